@@ -1,0 +1,438 @@
+"""The pipeline catalog as the generator sees it: loading, derived facts, and validation.
+
+A wrong row must fail the build, not a user: `load` checks every row against the catalog's own
+invariants and against the program's published figures before anything is generated.
+"""
+
+import tomllib
+from dataclasses import dataclass, field
+from typing import Optional
+
+PREFIX = "p4_pd_corvin_switch_"
+
+# Figures of the program. The rows must add up to these.
+FIGURES = {
+    "tables": 226,
+    "kinds": {"exact": 131, "ternary": 49, "lpm": 30, "keyless": 16},
+    "groups": {"A ingress": 107, "A egress": 54, "B ingress": 65},
+    "entry_tables": 204,
+    "profile_tables": 6,
+    "key_fields": 636,
+    "ternary_fields": 264,
+    "lpm_fields": 30,
+    "partition_tables": 14,
+    "actions": 375,
+    "actions_with_params": 211,
+    "actions_of_tables": 364,
+    "pairs": 605,
+    "entry_pairs": 589,
+    "default_pairs": 248,
+    "default_tables": 219,
+    "profiles": 6,
+    "profile_member_actions": 16,
+    "counters": {"direct": 26, "indirect": 2},
+    "meters": {"direct": 1, "indirect": 6},
+    "meter_units": {"bytes": 5, "packets": 2},
+    "registers": 4,
+    "idle_time_tables": 4,
+    "digests": 2,
+    "value_sets": 8,
+    "hashes": 13,
+    "record_order_tables": 24,
+    "reserved_tables": 9,
+    "index_actions": 6,
+}
+
+# Table handle ranges of the three groups, and running numbers that belong to no table.
+GROUP_RANGES = {
+    "A ingress": (0x1000001, 0x1000071),
+    "A egress": (0x1000072, 0x10000A9),
+    "B ingress": (0x21010002, 0x2101004C),
+}
+UNUSED_TABLE_NUMBERS = {
+    0x01000000: {0x2, 0x59, 0x61, 0x65, 0x69, 0x6F, 0x85, 0xA6},
+    0x21010000: {0x1, 0x4, 0x11, 0x15, 0x18, 0x1C, 0x1F, 0x23, 0x25, 0x34, 0x42},
+}
+HINTS = {"mac", "v4addr", "v6addr", "port", "vport", "dec"}
+
+
+class CatalogError(Exception):
+    pass
+
+
+def image_bytes(width):
+    return (width + 7) // 8
+
+
+def member_ctype(width):
+    """C type of a record member holding a field of this width (arrays as (base, count))."""
+    if width <= 8:
+        return ("uint8_t", None)
+    if width <= 16:
+        return ("uint16_t", None)
+    if width <= 32:
+        return ("uint32_t", None)
+    return ("uint8_t", width // 8)
+
+
+@dataclass
+class Param:
+    name: str
+    width: int
+    hint: Optional[str] = None
+
+
+@dataclass
+class Action:
+    number: int
+    name: str
+    params: list
+
+    @property
+    def data_bits(self):
+        return sum(p.width for p in self.params)
+
+    @property
+    def data_bytes(self):
+        return sum(image_bytes(p.width) for p in self.params)
+
+
+@dataclass
+class KeyField:
+    field: str
+    width: int
+    match: str = "exact"
+    label: Optional[str] = None
+    slice: Optional[int] = None
+    hint: Optional[str] = None
+    partition: bool = False
+    member_bits: Optional[int] = None
+    image_offset: int = 0
+
+    @property
+    def short_name(self):
+        return self.label or self.field.split("_", 1)[1]
+
+    @property
+    def width_export(self):
+        """Name part of the field's `_width` export: a `_valid` field drops that word."""
+        return self.field[: -len("_valid")] if self.field.endswith("_valid") else self.field
+
+
+@dataclass
+class TableAction:
+    action: Action
+    handle: int
+    entry: bool
+    default: bool
+    tag: int = 0          # resource tag on add and modify (0: no resource record)
+    default_tag: int = 0  # resource tag on the default entry
+
+
+@dataclass
+class Resource:
+    kind: str           # "counter" or "meter"
+    name: str
+    handle: int
+    binding: str        # "direct" or "indirect"
+    table: str
+    unit: Optional[str] = None
+    index_action: Optional[str] = None
+    index_param: Optional[str] = None
+    index_in_image: bool = False
+
+
+@dataclass
+class Table:
+    name: str
+    handle: int
+    group: str
+    block: str
+    kind: str
+    priority: bool
+    sentence: str
+    key: list
+    key_bits: int = 0
+    key_bytes: int = 0
+    idle_time: bool = False
+    ttl_argument: bool = False
+    profile: Optional[str] = None
+    actions: list = field(default_factory=list)
+    record_order: Optional[list] = None
+    reserved: list = field(default_factory=list)
+    resource: Optional[Resource] = None
+    resource_in_entries: bool = False
+    meter_spec_argument: bool = False
+
+    @property
+    def key_word(self):
+        return (self.key_bytes << 16) + self.key_bits
+
+    @property
+    def partition_field(self):
+        return next((f for f in self.key if f.partition), None)
+
+    def record_members(self):
+        """Key record layout: [(kind, name, ctype, array_len)], kind 'field'|'mask'|'prefix'|'reserved'."""
+        by_name = {f.field: f for f in self.key}
+        order = [by_name[n] for n in self.record_order] if self.record_order else self.key
+        reserved = {r["before"]: r["bytes"] for r in self.reserved}
+        out = []
+        for i, f in enumerate(order):
+            if f.field in reserved:
+                out.append(("reserved", "reserved%d" % i, "uint8_t", reserved[f.field]))
+            base, n = member_ctype(f.member_bits or f.width)
+            out.append(("field", f.field, base, n))
+            if f.match == "ternary":
+                out.append(("mask", f.field + "_mask", base, n))
+            elif f.match == "lpm":
+                out.append(("prefix", f.field + "_prefix_length", "uint16_t", None))
+        return out
+
+
+@dataclass
+class Profile:
+    name: str
+    action_data_table: int
+    selector: int
+    table: str
+    block: str
+    sentence: str
+    members: list  # [(Action, handle)]
+
+
+@dataclass
+class Catalog:
+    program: str
+    tables: list
+    actions: list
+    profiles: list
+    counters: list
+    meters: list
+    registers: list
+    digests: list
+    value_sets: list
+    hashes: list
+
+    def table(self, name):
+        return self._tables[name]
+
+    def action(self, name):
+        return self._actions[name]
+
+    def entry_pairs(self):
+        return [(t, a) for t in self.tables for a in t.actions if a.entry]
+
+    def default_pairs(self):
+        return [(t, a) for t in self.tables for a in t.actions if a.default]
+
+
+def _check(cond, msg):
+    if not cond:
+        raise CatalogError(msg)
+
+
+def load(path):
+    with open(path, "rb") as f:
+        raw = tomllib.load(f)
+    return build(raw)
+
+
+def build(raw):
+    actions = [Action(a["number"], a["name"], [Param(p["name"], p["width"], p.get("hint"))
+                                               for p in a.get("params", [])])
+               for a in raw.get("action", [])]
+    by_action = {}
+    for a in actions:
+        _check(a.name not in by_action, "action %s listed twice" % a.name)
+        by_action[a.name] = a
+    resources = {}
+    counters, meters = [], []
+    for kind, rows, dest in (("counter", raw.get("counter", []), counters), ("meter", raw.get("meter", []), meters)):
+        for r in rows:
+            idx = r.get("index")
+            res = Resource(kind, r["name"], r["handle"], r["binding"], r["table"], r.get("unit"),
+                           idx["action"] if idx else None, idx["param"] if idx else None,
+                           bool(idx) and idx["image"] == "value")
+            _check(res.name not in resources, "resource %s listed twice" % res.name)
+            resources[res.name] = res
+            dest.append(res)
+    tables = []
+    for t in raw.get("table", []):
+        key = [KeyField(f["field"], f["width"], f.get("match", "exact"), f.get("label"), f.get("slice"),
+                        f.get("hint"), f.get("partition", False), f.get("member_bits")) for f in t.get("key", [])]
+        off = 0
+        for f in key:
+            f.image_offset = off
+            off += image_bytes(f.width)
+        tbl = Table(t["name"], t["handle"], t["group"], t["block"], t["kind"], t["priority"], t["sentence"], key,
+                    t.get("key_bits", 0), t.get("key_bytes", 0), t.get("idle_time", False),
+                    t.get("ttl_argument", False), t.get("profile"), [], t.get("record_order"),
+                    t.get("reserved", []))
+        bound = t.get("bound")
+        if bound:
+            _check(bound["resource"] in resources, "%s: unknown resource %s" % (tbl.name, bound["resource"]))
+            tbl.resource = resources[bound["resource"]]
+            tbl.resource_in_entries = "tag1" in bound
+            tbl.meter_spec_argument = bound.get("spec_argument", False)
+        for a in t.get("actions", []):
+            _check(a["action"] in by_action, "%s: unknown action %s" % (tbl.name, a["action"]))
+            _check(a["use"] in ("E", "D", "ED"), "%s: use of %s" % (tbl.name, a["action"]))
+            ta = TableAction(by_action[a["action"]], a["handle"], "E" in a["use"], "D" in a["use"])
+            if tbl.resource_in_entries:
+                tag1, tag2 = bound["tag1"], bound.get("tag2", [])
+                if tag1 == "all" or ta.action.name in tag1:
+                    ta.tag = 1
+                elif ta.action.name in tag2:
+                    ta.tag = 2
+                else:
+                    raise CatalogError("%s: action %s has no resource tag" % (tbl.name, ta.action.name))
+                ta.default_tag = bound.get("default_tag", {}).get(ta.action.name, ta.tag)
+            tbl.actions.append(ta)
+        tables.append(tbl)
+    profiles = [Profile(p["name"], p["action_data_table"], p["selector"], p["table"], p["block"], p["sentence"],
+                        [(by_action[m["action"]], m["handle"]) for m in p["members"]])
+                for p in raw.get("profile", [])]
+    cat = Catalog(raw["program"], tables, sorted(actions, key=lambda a: a.number), profiles, counters, meters,
+                  raw.get("register", []), raw.get("digest", []), raw.get("value_set", []), raw.get("hash", []))
+    cat._tables = {t.name: t for t in tables}
+    cat._actions = by_action
+    validate_rows(cat)
+    return cat
+
+
+def validate_rows(cat):
+    """Invariants every row must meet, whatever the program."""
+    names = set()
+    handles = set()
+    for t in cat.tables:
+        _check(t.name not in names, "table %s listed twice" % t.name)
+        names.add(t.name)
+        _check(t.handle not in handles, "%s: table handle 0x%x used twice" % (t.name, t.handle))
+        handles.add(t.handle)
+        _check(t.group in GROUP_RANGES, "%s: unknown group %r" % (t.name, t.group))
+        kinds = {f.match for f in t.key}
+        _check(kinds <= {"exact", "ternary", "lpm"}, "%s: unknown match kind" % t.name)
+        kind = ("keyless" if not t.key else "ternary" if "ternary" in kinds
+                else "lpm" if "lpm" in kinds else "exact")
+        _check(kind == t.kind, "%s: kind %s, but its key makes it %s" % (t.name, t.kind, kind))
+        _check(t.priority == (kind == "ternary"), "%s: priority goes with ternary tables alone" % t.name)
+        bits = sum(f.width for f in t.key)
+        nbytes = sum(image_bytes(f.width) for f in t.key)
+        _check((bits, nbytes) == (t.key_bits, t.key_bytes),
+               "%s: key is %d bits in %d bytes, row says %d in %d" % (t.name, bits, nbytes, t.key_bits, t.key_bytes))
+        fields = [f.field for f in t.key]
+        _check(len(set(fields)) == len(fields), "%s: a key field appears twice" % t.name)
+        for f in t.key:
+            _check(1 <= f.width <= 32 or f.width == 128, "%s: width %d of %s" % (t.name, f.width, f.field))
+            _check(f.hint is None or f.hint in HINTS, "%s: hint %s" % (t.name, f.hint))
+            _check(f.slice is None or 0 < f.slice < (1 << f.width), "%s: slice of %s" % (t.name, f.field))
+            _check(f.member_bits is None or f.member_bits in (8, 16, 32) and f.member_bits >= f.width,
+                   "%s: member_bits of %s" % (t.name, f.field))
+        if kind == "lpm":
+            lpm = [i for i, f in enumerate(t.key) if f.match == "lpm"]
+            _check(lpm == [len(t.key) - 1], "%s: one lpm field, the last" % t.name)
+            _check(t.key[-1].width % 8 == 0, "%s: lpm field width not whole bytes" % t.name)
+        parts = [i for i, f in enumerate(t.key) if f.partition]
+        if parts:
+            _check(parts == [0] and kind == "lpm" and t.key[0].width == 16 and t.key[0].match == "exact",
+                   "%s: a partition field is the first, exact, 16 bits, of an lpm table" % t.name)
+        if t.record_order is not None:
+            _check(sorted(t.record_order) == sorted(fields), "%s: record_order is not a permutation of the key" % t.name)
+        for r in t.reserved:
+            _check(r["before"] in fields and r["bytes"] > 0, "%s: reserved bytes before %s" % (t.name, r["before"]))
+        if t.profile:
+            _check(not t.actions, "%s: a profile-bound table has no actions of its own" % t.name)
+        elif kind == "keyless":
+            _check(len(t.actions) == 1 and not t.actions[0].entry and t.actions[0].default,
+                   "%s: a keyless table has one default action" % t.name)
+        else:
+            _check(any(a.entry for a in t.actions), "%s: a keyed table takes entries" % t.name)
+        seen = set()
+        for a in t.actions:
+            _check(a.action.name not in seen, "%s: action %s twice" % (t.name, a.action.name))
+            seen.add(a.action.name)
+            _check(a.handle >> 16 == 0x2000, "%s: action handle 0x%x outside the action space" % (t.name, a.handle))
+        _check(not t.ttl_argument or t.idle_time, "%s: a TTL argument needs idle time" % t.name)
+        if t.resource:
+            r = t.resource
+            _check(r.table == t.name, "%s: resource %s belongs to %s" % (t.name, r.name, r.table))
+            _check(not t.meter_spec_argument or (r.kind == "meter" and r.binding == "direct"),
+                   "%s: only a direct meter takes a spec argument" % t.name)
+            if r.index_action:
+                ta = next((a for a in t.actions if a.action.name == r.index_action), None)
+                _check(ta is not None and ta.entry and not ta.default,
+                       "%s: index action %s is an entry action only" % (t.name, r.index_action))
+                p = [p for p in ta.action.params if p.name == r.index_param]
+                _check(len(p) == 1 and p[0].width == 32, "%s: index parameter %s" % (t.name, r.index_param))
+    nums = [a.number for a in cat.actions]
+    _check(nums == list(range(len(nums))), "actions must be numbered from 0 without a gap")
+    for p in cat.profiles:
+        _check(p.table in cat._tables and cat._tables[p.table].profile == p.name,
+               "profile %s: table %s is not bound to it" % (p.name, p.table))
+
+
+def validate_figures(cat, fig=FIGURES):
+    """The rows must add up to the program's figures, and its handles lie in their spaces."""
+    def eq(what, got, want):
+        _check(got == want, "%s: the rows give %r, the program has %r" % (what, got, want))
+
+    T = cat.tables
+    eq("tables", len(T), fig["tables"])
+    eq("tables by kind", {k: sum(1 for t in T if t.kind == k) for k in fig["kinds"]}, fig["kinds"])
+    eq("tables by group", {g: sum(1 for t in T if t.group == g) for g in fig["groups"]}, fig["groups"])
+    eq("tables that take entries", sum(1 for t in T if any(a.entry for a in t.actions)), fig["entry_tables"])
+    eq("profile-bound tables", sum(1 for t in T if t.profile), fig["profile_tables"])
+    eq("key fields", sum(len(t.key) for t in T), fig["key_fields"])
+    eq("ternary fields", sum(1 for t in T for f in t.key if f.match == "ternary"), fig["ternary_fields"])
+    eq("lpm fields", sum(1 for t in T for f in t.key if f.match == "lpm"), fig["lpm_fields"])
+    eq("partition tables", sum(1 for t in T if t.partition_field), fig["partition_tables"])
+    eq("actions", len(cat.actions), fig["actions"])
+    eq("actions with parameters", sum(1 for a in cat.actions if a.params), fig["actions_with_params"])
+    eq("actions of tables", len({a.action.name for t in T for a in t.actions}), fig["actions_of_tables"])
+    eq("table and action pairs", sum(len(t.actions) for t in T), fig["pairs"])
+    eq("entry pairs", len(cat.entry_pairs()), fig["entry_pairs"])
+    eq("default pairs", len(cat.default_pairs()), fig["default_pairs"])
+    eq("tables with a default action", sum(1 for t in T if any(a.default for a in t.actions)), fig["default_tables"])
+    eq("profiles", len(cat.profiles), fig["profiles"])
+    eq("profile member actions", sum(len(p.members) for p in cat.profiles), fig["profile_member_actions"])
+    member_only = {a.name for p in cat.profiles for a, _ in p.members} - {a.action.name for t in T for a in t.actions}
+    eq("actions of profile members only", len(member_only), fig["actions"] - fig["actions_of_tables"])
+    eq("counters", {b: sum(1 for c in cat.counters if c.binding == b) for b in fig["counters"]}, fig["counters"])
+    eq("meters", {b: sum(1 for c in cat.meters if c.binding == b) for b in fig["meters"]}, fig["meters"])
+    eq("meter units", {u: sum(1 for c in cat.meters if c.unit == u) for u in fig["meter_units"]}, fig["meter_units"])
+    eq("registers", len(cat.registers), fig["registers"])
+    eq("idle-time tables", sum(1 for t in T if t.idle_time), fig["idle_time_tables"])
+    eq("digests", len(cat.digests), fig["digests"])
+    eq("parser value sets", len(cat.value_sets), fig["value_sets"])
+    eq("dynamic hashes", len(cat.hashes), fig["hashes"])
+    eq("key records in their own order", sum(1 for t in T if t.record_order), fig["record_order_tables"])
+    eq("key records with reserved bytes", sum(1 for t in T if t.reserved), fig["reserved_tables"])
+    eq("index-bearing actions", sum(1 for r in cat.counters + cat.meters if r.index_action), fig["index_actions"])
+    # Handle spaces.
+    for t in T:
+        lo, hi = GROUP_RANGES[t.group]
+        _check(lo <= t.handle <= hi, "%s: handle 0x%x outside %s" % (t.name, t.handle, t.group))
+        _check(t.handle & 0xFFFF not in UNUSED_TABLE_NUMBERS[t.handle & 0xFFFF0000],
+               "%s: handle 0x%x is a number no table has" % (t.name, t.handle))
+        pipe_b = t.group == "B ingress"
+        for a in t.actions:
+            _check(a.handle <= (0x200000E8 if pipe_b else 0x200001A9), "%s: action handle 0x%x" % (t.name, a.handle))
+    for p in cat.profiles:
+        b = cat.table(p.table).group == "B ingress"
+        _check(p.action_data_table >> 16 == (0x2201 if b else 0x0200), "%s: action data table handle" % p.name)
+        _check(p.selector >> 16 == (0x2301 if b else 0x0300), "%s: selector handle" % p.name)
+    for r in cat.counters + cat.meters:
+        b = cat.table(r.table).group == "B ingress"
+        space = {("counter", False): 0x0400, ("counter", True): 0x2401, ("meter", False): 0x0500, ("meter", True): 0x2501}
+        _check(r.handle >> 16 == space[(r.kind, b)], "%s: handle 0x%x outside its space" % (r.name, r.handle))
+    for r in cat.registers:
+        _check(r["handle"] >> 16 == 0x0600, "%s: register handle" % r["name"])
+    for h in cat.hashes:
+        _check(h["handle"] >> 16 == 0x0800 and h["input"] >> 16 == 0x2100 and h["algorithm"] >> 16 == 0x2300,
+               "%s: hash handles" % h["name"])
+    for d in cat.digests:
+        _check(d["handle"] >> 16 == 0x0900, "%s: digest handle" % d["name"])
+        _check(sum(f["bytes"] for f in d["fields"]) == d["entry_bytes"], "%s: entry size" % d["name"])
+    for v in cat.value_sets:
+        _check(v["handle"] & ~0x20000000 in range(0x100, 0x200), "%s: value set handle" % v["name"])
