@@ -1,0 +1,54 @@
+/* Basic types and status codes shared by the driver model, the member-selector layer and the
+ * control-plane library. Plain C99; also valid C++. */
+#ifndef DRV_BF_TYPES_H
+#define DRV_BF_TYPES_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Driver status: 0 is success; every other value is a refusal, returned by the model with the
+ * request left without effect. The library passes these through unchanged. */
+typedef int bf_status_t;
+typedef bf_status_t pipe_status_t;
+
+enum {
+  BF_SUCCESS = 0,
+  BF_NO_SYS_RESOURCES = 2,  /* an allocation failed (or was made to fail) */
+  BF_INVALID_ARG = 3,       /* malformed request: null pointer, sizes that disagree */
+  BF_ALREADY_EXISTS = 4,    /* an entry with the same match record is already stored */
+  BF_OBJECT_NOT_FOUND = 6,  /* unknown handle, device, client or key */
+  BF_NO_SPACE = 9,          /* a result buffer is too small, or a store is full */
+  BF_UNEXPECTED = 15,       /* an internal inconsistency */
+  BF_NOT_SUPPORTED = 17,    /* the model does not implement the request */
+  BF_INJECTED_FAULT = 99    /* default status of a refusal injected by a test */
+};
+
+typedef uint32_t bf_dev_id_t;
+typedef uint32_t bf_dev_pipe_t;
+typedef uint32_t bf_drv_client_handle_t;
+
+typedef uint32_t pipe_sess_hdl_t;
+typedef uint32_t pipe_mat_tbl_hdl_t;
+typedef uint32_t pipe_act_fn_hdl_t;
+typedef uint32_t pipe_mat_ent_hdl_t;
+typedef uint32_t pipe_adt_ent_hdl_t;
+typedef uint32_t pipe_sel_grp_hdl_t;
+typedef uint32_t pipe_tbl_hdl_t;
+
+/* A device and a pipe on it; pipe 0xFFFF stands for all pipes. Passed by value. */
+typedef struct dev_target {
+  bf_dev_id_t device_id;
+  bf_dev_pipe_t dev_pipe_id;
+} dev_target_t;
+
+#define BF_DEV_PIPE_ALL 0xFFFFu
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,120 @@
+/* The driver model: an in-memory stand-in for the chip driver, for tests of a control plane.
+ *
+ * It really stores entries per device and table, issues handles, refuses bad requests with the
+ * statuses of drv/bf_types.h and leaves its store unchanged after every refusal. Every driver
+ * function that reaches it is recorded with copies of the records and images it was given, so a
+ * test can assert the exact traffic. Tests can inject faults: a refusal of the next call of a
+ * function, allocation failure, and the driver's debug mode.
+ *
+ * The model is process-global, as the real driver is. It is not thread-safe: tests drive it from
+ * one thread. Plain C99. */
+#ifndef DRV_MODEL_H
+#define DRV_MODEL_H
+
+#include "drv/bf_drv.h"
+#include "drv/pipe_mgr.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Whole-model control ---- */
+
+/* Forgets everything: entries, handles, clients, recorded calls, log lines and faults. Debug mode
+ * goes off and recording goes on. */
+void drvm_reset(void);
+
+/* Recording of calls, on by default. Off, calls are served but not recorded. */
+void drvm_set_recording(int on);
+
+/* Pass-through mode for speed measurements: pipe_mgr_* calls return 0 at once, store nothing and
+ * record nothing (entry handles written are a running count). */
+void drvm_set_passthrough(int on);
+
+/* ---- Recorded calls ---- */
+
+/* One recorded driver call. Pointers in a record point into memory owned by the model, valid until
+ * the next drvm_reset or drvm_clear_calls. The match and action records are copies of what the
+ * caller passed, with their image pointers redirected to copies of the images; a pointer the caller
+ * passed as null stays null. */
+typedef struct drvm_call {
+  const char *fn;                /* the driver function's name, e.g. "pipe_mgr_mat_ent_add" */
+  bf_status_t status;            /* what the model returned */
+  uint32_t sess_hdl;
+  dev_target_t dev_tgt;
+  uint32_t tbl_hdl;              /* table, profile or resource handle, as the function takes */
+  uint32_t act_fn_hdl;
+  uint32_t ttl;
+  uint32_t flags;
+  uint32_t ent_hdl;              /* the entry handle written, or passed in */
+  uint32_t arg_u32[4];           /* further 32-bit arguments, in order, where a function has them */
+  const char *text;              /* a string argument (client name), or null */
+  int has_match;                 /* match is a copy of a record the caller passed */
+  pipe_tbl_match_spec_t match;
+  int has_action;                /* action is a copy of a record the caller passed */
+  pipe_action_spec_t action;
+  const void *ptr_arg;           /* a pointer argument as passed (identity only, never read) */
+} drvm_call_t;
+
+size_t drvm_call_count(void);
+/* The i-th call since the last reset, from 0; null past the end. */
+const drvm_call_t *drvm_call(size_t i);
+/* The last call of the function named fn (any function for null); null if none. */
+const drvm_call_t *drvm_last_call(const char *fn);
+/* How many calls of fn (any function for null) are recorded. */
+size_t drvm_count_calls(const char *fn);
+void drvm_clear_calls(void);
+
+/* ---- Faults ---- */
+
+/* The next call of the function named fn returns status without any effect (and is recorded with
+ * that status). Several can be queued; each is used once. bf_drv_register is included. */
+void drvm_fail_next(const char *fn, bf_status_t status);
+/* Every bf_sys_calloc from the n-th call on (0: the next one) returns null, until
+ * drvm_fail_alloc_off. The model's own allocations are not affected. */
+void drvm_fail_alloc_after(size_t n);
+void drvm_fail_alloc_off(void);
+/* Number of bf_sys_calloc blocks not yet freed by bf_sys_free. */
+size_t drvm_live_allocs(void);
+
+/* ---- bf_sys ---- */
+
+void drvm_set_debug_mode(int on);
+/* Lines logged by bf_sys_log_and_trace since the last reset or clear, formatted. */
+size_t drvm_log_count(void);
+const char *drvm_log_line(size_t i);
+/* The module and level passed with the i-th line. */
+int drvm_log_module(size_t i);
+int drvm_log_level(size_t i);
+void drvm_clear_log(void);
+
+/* ---- Clients and device hooks ---- */
+
+/* The handle of the registered client of that name, or 0 if none is registered. */
+bf_drv_client_handle_t drvm_client_handle(const char *client_name);
+/* The priority passed with the client's callbacks, or -1 if it registered none. */
+int drvm_client_callback_prio(bf_drv_client_handle_t client);
+/* The client's callback slot, as stored, or null. */
+bf_drv_generic_cb_t drvm_client_callback(bf_drv_client_handle_t client, unsigned slot);
+/* Fire a device hook of every registered client that has one, in registration order, as the
+ * driver does; the result is the first non-zero status, else 0. */
+bf_status_t drvm_fire_dev_remove(bf_dev_id_t dev);
+bf_status_t drvm_fire_dev_log(bf_dev_id_t dev, struct cJSON *state);
+bf_status_t drvm_fire_dev_restore(bf_dev_id_t dev, struct cJSON *state);
+
+/* ---- The entry store ---- */
+
+/* Number of entries stored in a table of a device. */
+size_t drvm_entry_count(bf_dev_id_t dev, uint32_t tbl_hdl);
+/* The stored entry of that handle: copies of its match record (images included), action handle
+ * and action record. Returns BF_OBJECT_NOT_FOUND for an unknown handle. The pointers in *match and
+ * *action point into the store and stay valid until the entry changes or the model is reset. */
+bf_status_t drvm_entry_get(bf_dev_id_t dev, uint32_t tbl_hdl, uint32_t ent_hdl,
+                           pipe_tbl_match_spec_t *match, uint32_t *act_fn_hdl,
+                           pipe_action_spec_t *action, uint32_t *ttl);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
