@@ -1,0 +1,31 @@
+// The assertion path: the one way the library reports a state that should not occur.
+#pragma once
+
+#include <cstdint>
+
+#ifndef CV_ASSERT_FILE
+#error "CV_ASSERT_FILE names the source path embedded in assertions; the build defines it"
+#endif
+
+namespace cv::pd {
+
+// Soft assertions, each with the expression handed to the process's assertion handler in debug
+// mode and the ready message logged otherwise.
+enum class Soft : uint8_t {
+  zero,          // a spec type read back or a meter type that the table does not know
+  null_pointer,  // an action handle outside the table's set
+  pre_color,     // a colour-aware meter type requested where pre-colouring is absent
+};
+
+inline constexpr uint32_t kStatusInconsistent = 15;
+
+// In debug mode: logs a backtrace and ends the process. Otherwise logs one line and returns 15.
+uint32_t soft_assert(Soft which, const char *file, int line, const char *function);
+
+// Ends the process at once through the process's assertion handler.
+[[noreturn]] void hard_assert(const char *expression, const char *file, int line, const char *function);
+
+}  // namespace cv::pd
+
+#define CV_SOFT_ASSERT(which, function) ::cv::pd::soft_assert((which), CV_ASSERT_FILE, __LINE__, (function))
+#define CV_HARD_ASSERT(expression, function) ::cv::pd::hard_assert((expression), CV_ASSERT_FILE, __LINE__, (function))

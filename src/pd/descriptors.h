@@ -1,0 +1,73 @@
+// Descriptors of the pipeline's tables and actions, as the generator emits them from the catalog.
+// The engine reads nothing else about a table: widths, kinds, record offsets, handles and the flags
+// of every exception are here, as constants the compiler specialises each operation on.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace cv::pd {
+
+enum class Match : uint8_t { exact, ternary, lpm };
+enum class TableKind : uint8_t { exact, ternary, lpm, keyless };
+
+// One key field: its width, match kind, where its image starts, and where its members lie in the
+// caller's key record (aux is the `_mask` or `_prefix_length` member).
+struct FieldDesc {
+  uint16_t width;
+  Match match;
+  bool partition;
+  uint16_t image_off;
+  uint16_t value_off;
+  uint16_t aux_off;
+};
+
+// A resource whose record entries of the table carry (a direct or indirect counter or meter).
+struct ResourceDesc {
+  uint32_t handle;
+  // Hard-assertion expression of a direct meter whose spec is passed by the caller; null when the
+  // table takes no meter spec.
+  const char *spec_expr;
+};
+
+struct TableDesc {
+  uint32_t handle;
+  TableKind kind;
+  uint16_t key_bits;
+  uint16_t key_bytes;
+  uint8_t nfields;
+  const FieldDesc *fields;
+  const ResourceDesc *resource;  // null: entries carry no resource record
+};
+
+// One action parameter: width and offset of its member in the parameter record.
+struct ParamDesc {
+  uint16_t width;
+  uint16_t member_off;
+};
+
+struct ActionDesc {
+  uint16_t number;  // the action's enumerator
+  uint16_t data_bits;
+  uint16_t data_bytes;
+  uint8_t nparams;
+  const ParamDesc *params;
+};
+
+inline constexpr uint8_t kNoIndex = 0xFF;
+
+// An action as one table uses it: its handle there, its resource tags, and which parameter, if
+// any, names the resource index (and whether that parameter also stays in the action image).
+struct TableActionDesc {
+  uint32_t handle;
+  const ActionDesc *action;
+  uint8_t tag;          // on add and modify
+  uint8_t default_tag;  // on the default entry
+  uint8_t index_param;  // kNoIndex, or the parameter's position
+  bool index_in_image;
+};
+
+// Position of each parameter's image in the action image.
+constexpr uint16_t image_bytes(uint16_t width) { return static_cast<uint16_t>((width + 7) / 8); }
+
+}  // namespace cv::pd
