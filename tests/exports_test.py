@@ -1,0 +1,53 @@
+#!/usr/bin/env python3
+"""The library's dynamic symbol table holds exactly the exports the catalog makes exist for the
+families built so far: no family member missing, nothing of the engine or the C++ runtime leaking.
+
+    exports_test.py CATALOG LIBRARY
+"""
+
+import subprocess
+import sys
+import tomllib
+
+P = "p4_pd_corvin_switch_"
+
+
+def expected(cat):
+    names = {P + "init", P + "cleanup", P + "device_state_cleanup",
+             P + "action_enum_to_string", P + "action_string_to_enum",
+             P + "action_name_strings", "bf_drv_hdl"}
+    for t in cat["table"]:
+        for a in t.get("actions", []):
+            if "E" in a["use"]:
+                names.add("%s%s_table_add_with_%s" % (P, t["name"], a["action"]))
+    return names
+
+
+def exported(lib):
+    out = subprocess.run(["nm", "-D", "--defined-only", lib], check=True, capture_output=True, text=True).stdout
+    names = set()
+    for line in out.splitlines():
+        parts = line.split()
+        if len(parts) == 3 and parts[1] in "TDBRVW" and parts[1] not in "":
+            names.add(parts[2])
+    return names
+
+
+def main(argv):
+    with open(argv[0], "rb") as f:
+        cat = tomllib.load(f)
+    want, got = expected(cat), exported(argv[1])
+    missing, extra = sorted(want - got), sorted(got - want)
+    for n in missing[:20]:
+        print("missing export:", n)
+    for n in extra[:20]:
+        print("unexpected export:", n)
+    adds = sum(1 for n in want if "_table_add_with_" in n)
+    print("%d exports expected (%d entry adds), %d found" % (len(want), adds, len(got)))
+    ok = not missing and not extra
+    print("%d passed, %d failed" % (1 if ok else 0, 0 if ok else 1))
+    return 0 if ok else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))

@@ -1,0 +1,63 @@
+// Helpers shared by the library's tests: hex images and access to the driver model's record.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+extern "C" {
+#include "corvin_switch/pd.h"
+#include "drv/model.h"
+}
+
+namespace cvtest {
+
+inline std::string hex(const uint8_t *p, size_t n) {
+  static const char *digits = "0123456789abcdef";
+  std::string s;
+  for (size_t i = 0; i < n; ++i) {
+    s += digits[p[i] >> 4];
+    s += digits[p[i] & 15];
+  }
+  return s;
+}
+
+// Hex of bytes written with spaces, as images are shown in the system's examples: "00 11 22".
+inline std::string spaced(const std::string &text) {
+  std::string s;
+  for (char ch : text)
+    if (ch != ' ') s += static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+  return s;
+}
+
+inline std::string value_of(const drvm_call_t &c) { return hex(c.match.match_value_bytes, c.match.num_match_bytes); }
+inline std::string mask_of(const drvm_call_t &c) { return hex(c.match.match_mask_bytes, c.match.num_match_bytes); }
+inline std::string image_of(const drvm_call_t &c) {
+  return hex(c.action.act_data.action_data_bytes, c.action.act_data.num_action_data_bytes);
+}
+
+inline const drvm_call_t &last_add() {
+  const drvm_call_t *c = drvm_last_call("pipe_mgr_mat_ent_add");
+  if (!c) {
+    ADD_FAILURE() << "no pipe_mgr_mat_ent_add recorded";
+    static drvm_call_t none{};
+    return none;
+  }
+  return *c;
+}
+
+// Every test starts from a fresh model with the library started on it.
+class LibraryTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    drvm_reset();
+    p4_pd_corvin_switch_init();
+    drvm_clear_calls();
+  }
+  static constexpr p4_pd_sess_hdl_t kSess = 7;
+  static constexpr p4_pd_dev_target_t kTgt = {1, 0xFFFF};
+};
+
+}  // namespace cvtest
