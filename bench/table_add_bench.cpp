@@ -104,6 +104,7 @@ __attribute__((noinline)) uint32_t hand_ipv6_short_mask_lpm(p4_pd_sess_hdl_t ses
   uint16_t p = k->ingIpv6_dip_prefix_length;
   if (p <= 128) {
     priority = 128u - p;
+#pragma GCC unroll 16
     for (int b = 0; b < 16; ++b) {
       int bits = p - 8 * b;
       uint8_t m = bits >= 8 ? 0xFF : bits <= 0 ? 0 : uint8_t(0xFF << (8 - bits));

@@ -21,36 +21,10 @@ namespace cv::pd {
 
 // ---- One field image ----
 
-// Writes the image of a member of width W: ceil(W/8) bytes, big-endian. Bits above the width stay
-// as the caller gave them, except the top byte of a 24-bit field's 32-bit member, which has no room.
+// A member of a field of width W as a number: 8, 16 or 32 bits as the member type is.
 template <uint16_t W>
-CV_INLINE void put_field(uint8_t *dst, const uint8_t *member) {
-  if constexpr (W <= 8) {
-    dst[0] = member[0];
-  } else if constexpr (W <= 16) {
-    uint16_t v;
-    std::memcpy(&v, member, 2);
-    dst[0] = static_cast<uint8_t>(v >> 8);
-    dst[1] = static_cast<uint8_t>(v);
-  } else if constexpr (W <= 24) {
-    uint32_t v;
-    std::memcpy(&v, member, 4);
-    dst[0] = static_cast<uint8_t>(v >> 16);
-    dst[1] = static_cast<uint8_t>(v >> 8);
-    dst[2] = static_cast<uint8_t>(v);
-  } else if constexpr (W <= 32) {
-    uint32_t v;
-    std::memcpy(&v, member, 4);
-    v = __builtin_bswap32(v);
-    std::memcpy(dst, &v, 4);
-  } else {
-    static_assert(W % 8 == 0, "wide fields are whole bytes, stored as on the wire");
-    std::memcpy(dst, member, W / 8);
-  }
-}
-
-template <uint16_t W>
-CV_INLINE uint32_t read_u32_member(const uint8_t *member) {
+CV_INLINE uint32_t load_member(const uint8_t *member) {
+  static_assert(W <= 32, "wide fields are byte strings");
   if constexpr (W <= 8) {
     return member[0];
   } else if constexpr (W <= 16) {
@@ -61,6 +35,50 @@ CV_INLINE uint32_t read_u32_member(const uint8_t *member) {
     uint32_t v;
     std::memcpy(&v, member, 4);
     return v;
+  }
+}
+
+// Writes the image of a number for a field of width W: ceil(W/8) bytes, big-endian. Bits above the
+// width stay as given, except the top byte of a 24-bit field's 32-bit member, which has no room.
+template <uint16_t W>
+CV_INLINE void store_image(uint8_t *dst, uint32_t v) {
+  if constexpr (W <= 8) {
+    dst[0] = static_cast<uint8_t>(v);
+  } else if constexpr (W <= 16) {
+    dst[0] = static_cast<uint8_t>(v >> 8);
+    dst[1] = static_cast<uint8_t>(v);
+  } else if constexpr (W <= 24) {
+    dst[0] = static_cast<uint8_t>(v >> 16);
+    dst[1] = static_cast<uint8_t>(v >> 8);
+    dst[2] = static_cast<uint8_t>(v);
+  } else {
+    v = __builtin_bswap32(v);
+    std::memcpy(dst, &v, 4);
+  }
+}
+
+// The image of a member; a wide field's bytes are copied as they stand, already in wire order.
+template <uint16_t W>
+CV_INLINE void put_field(uint8_t *dst, const uint8_t *member) {
+  if constexpr (W <= 32) {
+    store_image<W>(dst, load_member<W>(member));
+  } else {
+    static_assert(W % 8 == 0, "wide fields are whole bytes");
+    std::memcpy(dst, member, W / 8);
+  }
+}
+
+// The images of a ternary field's value and mask, the value ANDed with the whole mask.
+template <uint16_t W>
+CV_INLINE void put_masked_field(uint8_t *value, uint8_t *mask, const uint8_t *member, const uint8_t *mask_member) {
+  if constexpr (W <= 32) {
+    uint32_t m = load_member<W>(mask_member);
+    store_image<W>(mask, m);
+    store_image<W>(value, load_member<W>(member) & m);
+  } else {
+    std::memcpy(mask, mask_member, W / 8);
+#pragma GCC unroll 16
+    for (uint16_t b = 0; b < W / 8; ++b) value[b] = static_cast<uint8_t>(member[b] & mask_member[b]);
   }
 }
 
@@ -76,6 +94,7 @@ struct Key {
   static constexpr uint16_t kBytes = T.key_bytes;
   // Never zero-sized: a keyless table still hands the driver valid (unused) buffers.
   static constexpr uint16_t kBuf = kBytes ? kBytes : 1;
+  static constexpr bool kPartition = T.nfields > 0 && T.fields[0].partition;
 
   template <size_t I>
   static constexpr const FieldDesc &field() { return T.fields[I]; }
@@ -86,15 +105,15 @@ struct Key {
     if constexpr (!f.partition) put_field<f.width>(value + f.image_off, rec + f.value_off);
   }
 
-  // Ternary table: the mask member's image goes in the mask; the value is ANDed with the whole mask
-  // byte before the first byte of a partial-width field is cut to its width.
+  // Ternary table: the mask member's image goes in the mask, the value ANDed with the whole mask
+  // before the first mask byte of a partial-width field, ternary or exact, is cut to its width.
   template <size_t I>
   static CV_INLINE void ternary_one(uint8_t *value, uint8_t *mask, const uint8_t *rec) {
     constexpr const FieldDesc &f = field<I>();
-    constexpr uint16_t n = image_bytes(f.width);
     if constexpr (f.match == Match::ternary) {
-      put_field<f.width>(mask + f.image_off, rec + f.aux_off);
-      for (uint16_t b = 0; b < n; ++b) value[f.image_off + b] &= mask[f.image_off + b];
+      put_masked_field<f.width>(value + f.image_off, mask + f.image_off, rec + f.value_off, rec + f.aux_off);
+    } else {
+      put_field<f.width>(value + f.image_off, rec + f.value_off);
     }
     if constexpr (f.width % 8 != 0) mask[f.image_off] &= first_byte_cut(f.width);
   }
@@ -113,8 +132,10 @@ struct Key {
   template <size_t... I>
   static CV_INLINE void build(pipe_tbl_match_spec_t &ms, uint8_t *value, uint8_t *mask, [[maybe_unused]] const uint8_t *rec,
                               uint32_t priority, std::index_sequence<I...>) {
-    std::memset(value, 0, kBuf);
-    std::memset(mask, 0, kBuf);
+    // Every image byte is written below but a partition field's, which stays zero; a keyless table
+    // hands over buffers the driver never reads.
+    if constexpr (kBytes == 0 || kPartition) std::memset(value, 0, kBuf);
+    if constexpr (kBytes == 0) mask[0] = 0;
     ms.match_value_bytes = value;
     ms.match_mask_bytes = mask;
     ms.partition_index = 0;
@@ -123,17 +144,19 @@ struct Key {
     ms.num_match_bytes = T.key_bytes;
     ms.reserved = 0;
     if constexpr (kBytes == 0) return;
-    (value_one<I>(value, rec), ...);
     std::memset(mask, 0xFF, kBytes);
     if constexpr (T.kind == TableKind::ternary) {
       ms.priority = priority;
       (ternary_one<I>(value, mask, rec), ...);
-    } else if constexpr (T.kind == TableKind::lpm) {
+      return;
+    }
+    (value_one<I>(value, rec), ...);
+    if constexpr (T.kind == TableKind::lpm) {
       constexpr size_t last = sizeof...(I) - 1;
       constexpr const FieldDesc &lpm = field<last>();
       static_assert(lpm.match == Match::lpm, "the lpm field is the last key field");
-      if constexpr (field<0>().partition) {
-        ms.partition_index = read_u32_member<field<0>().width>(rec + field<0>().value_off);
+      if constexpr (kPartition) {
+        ms.partition_index = load_member<field<0>().width>(rec + field<0>().value_off);
       }
       uint16_t prefix;
       std::memcpy(&prefix, rec + lpm.aux_off, 2);
@@ -152,6 +175,7 @@ struct Key {
   static CV_INLINE void apply_prefix(uint8_t *value, uint8_t *mask, uint16_t prefix) {
     constexpr const FieldDesc &F = field<I>();
     constexpr uint16_t n = image_bytes(F.width);
+#pragma GCC unroll 16
     for (uint16_t b = 0; b < n; ++b) {
       int bits = static_cast<int>(prefix) - 8 * b;
       uint8_t m = bits >= 8 ? 0xFF : bits <= 0 ? 0x00 : static_cast<uint8_t>(0xFF << (8 - bits));

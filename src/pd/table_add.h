@@ -10,7 +10,7 @@ namespace cv::pd {
 // export passes 0 or null for what its table lacks. The driver's status comes back unchanged, and
 // the entry handle is the driver's to write.
 template <const TableDesc &T, const TableActionDesc &U>
-inline p4_pd_status_t table_add(const char *function, p4_pd_sess_hdl_t sess, p4_pd_dev_target_t tgt, const void *key,
+CV_INLINE p4_pd_status_t table_add(const char *function, p4_pd_sess_hdl_t sess, p4_pd_dev_target_t tgt, const void *key,
                                 uint32_t priority, const void *params, const p4_pd_meter_spec_t *meter, uint32_t ttl,
                                 p4_pd_entry_hdl_t *entry_hdl) {
   pipe_tbl_match_spec_t ms;
