@@ -20,8 +20,10 @@ enum {
   BF_NO_SYS_RESOURCES = 2,  /* an allocation failed (or was made to fail) */
   BF_INVALID_ARG = 3,       /* malformed request: null pointer, sizes that disagree */
   BF_ALREADY_EXISTS = 4,    /* an entry with the same match record is already stored */
-  BF_OBJECT_NOT_FOUND = 6,  /* unknown handle, device, client or key */
+  BF_OBJECT_NOT_FOUND = 6,  /* unknown handle: entry, table, device, client, property */
+  BF_KEY_NOT_FOUND = 7,     /* no entry of the table has that match record */
   BF_NO_SPACE = 9,          /* a result buffer is too small, or a store is full */
+  BF_END_OF_WALK = 10,      /* an iteration has no (further) entry */
   BF_UNEXPECTED = 15,       /* an internal inconsistency */
   BF_NOT_SUPPORTED = 17,    /* the model does not implement the request */
   BF_INJECTED_FAULT = 99    /* default status of a refusal injected by a test */

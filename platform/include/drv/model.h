@@ -113,6 +113,13 @@ bf_status_t drvm_entry_get(bf_dev_id_t dev, uint32_t tbl_hdl, uint32_t ent_hdl,
                            pipe_tbl_match_spec_t *match, uint32_t *act_fn_hdl,
                            pipe_action_spec_t *action, uint32_t *ttl);
 
+/* The program's initial default entry of a table on a device: what the table's default entry is
+ * before any pipe_mgr_mat_default_entry_set, and what pipe_mgr_mat_tbl_default_entry_reset restores.
+ * A table with no initial default configured has none: its default entry reads as unset. The action
+ * record is copied. */
+bf_status_t drvm_set_initial_default(bf_dev_id_t dev, uint32_t tbl_hdl, uint32_t act_fn_hdl,
+                                     const pipe_action_spec_t *action);
+
 #ifdef __cplusplus
 }
 #endif

@@ -5,6 +5,8 @@
 #ifndef DRV_PIPE_MGR_H
 #define DRV_PIPE_MGR_H
 
+#include <stdbool.h>
+
 #include "drv/bf_types.h"
 
 #ifdef __cplusplus
@@ -83,6 +85,86 @@ pipe_status_t pipe_mgr_mat_ent_add(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tg
                                    pipe_act_fn_hdl_t act_fn_hdl, pipe_action_spec_t *act_spec,
                                    uint32_t ttl, uint32_t pipe_api_flags,
                                    pipe_mat_ent_hdl_t *ent_hdl_p);
+
+/* Changes an entry's action, found by handle or by its match record as add sent it. */
+pipe_status_t pipe_mgr_mat_ent_set_action(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id,
+                                          pipe_mat_tbl_hdl_t mat_tbl_hdl, pipe_mat_ent_hdl_t mat_ent_hdl,
+                                          pipe_act_fn_hdl_t act_fn_hdl, pipe_action_spec_t *act_spec,
+                                          uint32_t pipe_api_flags);
+pipe_status_t pipe_mgr_mat_ent_set_action_by_match_spec(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tgt,
+                                                        pipe_mat_tbl_hdl_t mat_tbl_hdl,
+                                                        pipe_tbl_match_spec_t *match_spec,
+                                                        pipe_act_fn_hdl_t act_fn_hdl,
+                                                        pipe_action_spec_t *act_spec, uint32_t pipe_api_flags);
+
+/* Deletes an entry, found by handle or by its match record. */
+pipe_status_t pipe_mgr_mat_ent_del(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id, pipe_mat_tbl_hdl_t mat_tbl_hdl,
+                                   pipe_mat_ent_hdl_t mat_ent_hdl, uint32_t pipe_api_flags);
+pipe_status_t pipe_mgr_mat_ent_del_by_match_spec(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tgt,
+                                                 pipe_mat_tbl_hdl_t mat_tbl_hdl,
+                                                 pipe_tbl_match_spec_t *match_spec, uint32_t pipe_api_flags);
+
+/* Default entries: the action on a miss. */
+pipe_status_t pipe_mgr_mat_default_entry_set(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tgt,
+                                             pipe_mat_tbl_hdl_t mat_tbl_hdl, pipe_act_fn_hdl_t act_fn_hdl,
+                                             pipe_action_spec_t *act_spec, uint32_t pipe_api_flags,
+                                             pipe_mat_ent_hdl_t *ent_hdl_p);
+pipe_status_t pipe_mgr_mat_tbl_default_entry_reset(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tgt,
+                                                   pipe_mat_tbl_hdl_t mat_tbl_hdl, uint32_t pipe_api_flags);
+pipe_status_t pipe_mgr_table_get_default_entry_handle(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tgt,
+                                                      pipe_mat_tbl_hdl_t mat_tbl_hdl,
+                                                      pipe_mat_ent_hdl_t *ent_hdl_p);
+/* Fills *act_spec: action_data_type, counts, the image into act_data.action_data_bytes (whose
+ * capacity the caller gives in act_data.num_action_data_bytes), member and group handles and the
+ * resource records; and the action handle. */
+pipe_status_t pipe_mgr_table_get_default_entry(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tgt,
+                                               pipe_mat_tbl_hdl_t mat_tbl_hdl, pipe_action_spec_t *act_spec,
+                                               pipe_act_fn_hdl_t *act_fn_hdl_p, bool from_hw,
+                                               uint32_t res_get_flags, void *res_data);
+
+/* Reads an entry by handle: the images into the caller's buffers (num_match_bytes each), priority
+ * and partition index into *match_spec, and the action as pipe_mgr_table_get_default_entry does. A
+ * default entry reads back with a null value image and num_match_bytes 0. */
+pipe_status_t pipe_mgr_get_entry(pipe_sess_hdl_t sess_hdl, pipe_mat_tbl_hdl_t mat_tbl_hdl, dev_target_t dev_tgt,
+                                 pipe_mat_ent_hdl_t mat_ent_hdl, pipe_tbl_match_spec_t *match_spec,
+                                 pipe_action_spec_t *act_spec, pipe_act_fn_hdl_t *act_fn_hdl_p, bool from_hw,
+                                 uint32_t res_get_flags, void *res_data);
+
+/* Finds the handle of the entry whose match record is the one given, as add sent it. */
+pipe_status_t pipe_mgr_match_spec_to_ent_hdl(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tgt,
+                                             pipe_mat_tbl_hdl_t mat_tbl_hdl, pipe_tbl_match_spec_t *match_spec,
+                                             pipe_mat_ent_hdl_t *ent_hdl_p, bool light_pipe_validation);
+
+/* Iteration over a table's entries, in a stable order. */
+pipe_status_t pipe_mgr_get_first_entry_handle(pipe_sess_hdl_t sess_hdl, pipe_mat_tbl_hdl_t mat_tbl_hdl,
+                                              dev_target_t dev_tgt, pipe_mat_ent_hdl_t *ent_hdl_p);
+pipe_status_t pipe_mgr_get_next_entry_handles(pipe_sess_hdl_t sess_hdl, pipe_mat_tbl_hdl_t mat_tbl_hdl,
+                                              dev_target_t dev_tgt, pipe_mat_ent_hdl_t mat_ent_hdl, int n,
+                                              pipe_mat_ent_hdl_t *next_ent_hdls);
+pipe_status_t pipe_mgr_get_entry_count(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tgt,
+                                       pipe_mat_tbl_hdl_t mat_tbl_hdl, bool read_from_hw, uint32_t *count_p);
+
+/* Table properties: codes and values are the driver's own 32-bit words. */
+pipe_status_t pipe_mgr_tbl_set_property(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id, pipe_mat_tbl_hdl_t tbl_hdl,
+                                        uint32_t property, uint32_t value, uint32_t args, uint32_t pipe_api_flags);
+pipe_status_t pipe_mgr_tbl_get_property(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id, pipe_mat_tbl_hdl_t tbl_hdl,
+                                        uint32_t property, uint32_t *value_p, uint32_t *args_p);
+
+/* Entry updates, reported to a callback registered per device and table. */
+typedef enum pipe_mat_update_type {
+  PIPE_MAT_UPDATE_ADD = 0,
+  PIPE_MAT_UPDATE_SET_ACTION = 1,
+  PIPE_MAT_UPDATE_DEL = 2,
+  PIPE_MAT_UPDATE_SET_DEFAULT = 3,
+  PIPE_MAT_UPDATE_CLEAR_DEFAULT = 4
+} pipe_mat_update_type_t;
+
+typedef void (*pipe_mat_update_cb)(bf_dev_id_t dev_id, pipe_mat_tbl_hdl_t mat_tbl_hdl,
+                                   pipe_mat_update_type_t update_type, pipe_mat_ent_hdl_t mat_ent_hdl,
+                                   pipe_act_fn_hdl_t act_fn_hdl, void *cookie);
+
+pipe_status_t pipe_register_mat_update_cb(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id,
+                                          pipe_mat_tbl_hdl_t mat_tbl_hdl, pipe_mat_update_cb cb, void *cookie);
 
 #ifdef __cplusplus
 }
