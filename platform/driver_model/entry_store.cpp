@@ -1,6 +1,7 @@
 // The entry store: see entry_store.h for its layout.
 #include "entry_store.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -40,16 +41,48 @@ bool all_zero(const void *p, size_t n) {
   return true;
 }
 
-// Grows a vector geometrically so that one push_back cannot throw.
-template <class V>
-void room_for_one(V &v) {
-  if (v.size() == v.capacity()) v.reserve(v.capacity() < 16 ? 16 : 2 * v.capacity());
-}
-
 const uint8_t *image(const StoredEntry &e, uint8_t null_bit, size_t offset, size_t len) {
   if (e.null_images & null_bit) return nullptr;
   return len ? e.block + offset : g_empty_image;
 }
+
+// The action part of an entry's block: the action image, then the resource records up to the
+// last one that is not all zero.
+struct ActionPart {
+  size_t image_bytes;
+  uint8_t res_kept;
+  size_t bytes() const { return image_bytes + res_kept * sizeof(pipe_res_spec_t); }
+};
+
+ActionPart action_part(const pipe_action_spec_t &a) {
+  ActionPart p{a.act_data.num_action_data_bytes, 0};
+  for (unsigned i = 0; i < PIPE_NUM_RES_SPECS; ++i)
+    if (!all_zero(&a.resources[i], sizeof a.resources[i])) p.res_kept = static_cast<uint8_t>(i + 1);
+  return p;
+}
+
+void write_action_part(uint8_t *dst, const pipe_action_spec_t &a, const ActionPart &p) {
+  if (p.image_bytes) std::memcpy(dst, a.act_data.action_data_bytes, p.image_bytes);
+  if (p.res_kept) std::memcpy(dst + p.image_bytes, a.resources, p.res_kept * sizeof(pipe_res_spec_t));
+}
+
+void set_action_fields(StoredEntry &e, uint32_t act_fn_hdl, const pipe_action_spec_t &a,
+                       const ActionPart &p) {
+  e.act_fn_hdl = act_fn_hdl;
+  e.member_hdl = a.member_hdl;
+  e.group_hdl = a.group_hdl;
+  e.act_bits = a.act_data.num_valid_action_data_bits;
+  e.act_bytes = a.act_data.num_action_data_bytes;
+  e.act_reserved = a.reserved;
+  e.act_type = a.action_data_type;
+  e.resource_count = a.resource_count;
+  e.res_kept = p.res_kept;
+  e.null_images = static_cast<uint8_t>((e.null_images & ~kNullActionData) |
+                                       (a.act_data.action_data_bytes ? 0 : kNullActionData));
+}
+
+// The per-entry record is what most of an entry's overhead is: keep it small.
+static_assert(sizeof(StoredEntry) <= 56, "stored entry record size");
 
 }  // namespace
 
@@ -62,6 +95,8 @@ uint32_t key_hash(const KeyRef &key) {
   }
   return static_cast<uint32_t>(h ^ (h >> 32));
 }
+
+// ---- KeyIndex ----
 
 void KeyIndex::place(uint32_t hash, uint32_t slot_plus1) {
   size_t mask = buckets_.size() - 1;
@@ -84,6 +119,64 @@ void KeyIndex::insert(uint32_t hash, uint32_t slot) {
   ++used_;
 }
 
+size_t KeyIndex::locate(uint32_t hash, uint32_t slot) const {
+  const size_t mask = buckets_.size() - 1;
+  size_t i = hash & mask;
+  for (size_t probes = 0; buckets_[i].slot_plus1 != slot + 1; ++probes) {
+    if (buckets_[i].slot_plus1 == 0 || probes == mask) {
+      // The key of a stored entry is always indexed: the store is inconsistent.
+      std::fprintf(stderr, "driver model: key index has no bucket for slot %u\n", slot);
+      std::abort();
+    }
+    i = (i + 1) & mask;
+  }
+  return i;
+}
+
+void KeyIndex::erase(uint32_t hash, uint32_t slot) {
+  const size_t mask = buckets_.size() - 1;
+  size_t hole = locate(hash, slot);
+  // Backward shift: move up every later bucket of the run that may live in the hole.
+  for (size_t j = (hole + 1) & mask; buckets_[j].slot_plus1 != 0; j = (j + 1) & mask) {
+    const size_t home = buckets_[j].hash & mask;
+    // The bucket at j stays if its home lies cyclically in (hole, j].
+    const bool stays = hole <= j ? (hole < home && home <= j) : (hole < home || home <= j);
+    if (!stays) {
+      buckets_[hole] = buckets_[j];
+      hole = j;
+    }
+  }
+  buckets_[hole] = Bucket{0, 0};
+  --used_;
+}
+
+void KeyIndex::relink(uint32_t hash, uint32_t from, uint32_t to) {
+  buckets_[locate(hash, from)].slot_plus1 = to + 1;
+}
+
+// ---- ActionCopy ----
+
+ActionCopy ActionCopy::of(uint32_t act_fn_hdl, const pipe_action_spec_t &action) {
+  ActionCopy c;
+  c.act_fn_hdl = act_fn_hdl;
+  c.spec = action;
+  c.spec.act_data.action_data_bytes = nullptr;
+  c.image_null = action.act_data.action_data_bytes == nullptr;
+  if (!c.image_null)
+    c.image.assign(action.act_data.action_data_bytes,
+                   action.act_data.action_data_bytes + action.act_data.num_action_data_bytes);
+  return c;
+}
+
+pipe_action_spec_t ActionCopy::view() const {
+  pipe_action_spec_t s = spec;
+  s.act_data.action_data_bytes =
+      image_null ? nullptr : image.empty() ? g_empty_image : const_cast<uint8_t *>(image.data());
+  return s;
+}
+
+// ---- Table and Device ----
+
 Table::~Table() {
   for (StoredEntry &e : entries) std::free(e.block);
 }
@@ -102,37 +195,78 @@ uint32_t Table::find(const KeyRef &key, uint32_t hash) const {
   });
 }
 
-Device::Device() { by_handle.push_back(EntryLoc{UINT32_MAX, UINT32_MAX}); }
+Device::Device() { by_handle.push_back(EntryLoc{kNoTable, kNoSlot}); }
 
 Table *Device::find_table(uint32_t tbl_hdl) {
   auto it = table_index.find(tbl_hdl);
   return it == table_index.end() ? nullptr : tables[it->second].get();
 }
 
+Table &Device::touch_table(uint32_t tbl_hdl) {
+  if (Table *t = find_table(tbl_hdl)) return *t;
+  std::unique_ptr<Table> t(new Table(tbl_hdl));
+  t->index_in_device = static_cast<uint32_t>(tables.size());
+  room_for_one(tables);
+  table_index.emplace(tbl_hdl, t->index_in_device);
+  tables.push_back(std::move(t));  // cannot throw: room was made
+  return *tables.back();
+}
+
+bf_status_t Device::ensure_default_hdl(Table &t) {
+  if (t.default_hdl != 0) return BF_SUCCESS;
+  if (by_handle.size() >= size_t{UINT32_MAX}) return BF_NO_SPACE;  // handles are 32-bit
+  room_for_one(by_handle);
+  t.default_hdl = static_cast<uint32_t>(by_handle.size());
+  by_handle.push_back(EntryLoc{t.index_in_device, kDefaultSlot});
+  return BF_SUCCESS;
+}
+
+// ---- Access ----
+
+Device *store_device(bf_dev_id_t dev) {
+  auto it = g_devices.find(dev);
+  return it == g_devices.end() ? nullptr : &it->second;
+}
+
+Device &store_touch_device(bf_dev_id_t dev) { return g_devices[dev]; }
+
+Table *store_table(bf_dev_id_t dev, uint32_t tbl_hdl) {
+  Device *d = store_device(dev);
+  return d ? d->find_table(tbl_hdl) : nullptr;
+}
+
+Lookup store_lookup(bf_dev_id_t dev, uint32_t tbl_hdl, uint32_t ent_hdl) {
+  Device *d = store_device(dev);
+  if (d == nullptr || ent_hdl == 0 || ent_hdl >= d->by_handle.size()) return {};
+  const EntryLoc loc = d->by_handle[ent_hdl];
+  if (loc.table == kNoTable) return {};
+  Table *t = d->tables[loc.table].get();
+  if (t->hdl != tbl_hdl) return {};
+  if (loc.slot == kDefaultSlot) return Lookup{t, nullptr, true};
+  return Lookup{t, &t->entries[loc.slot], false};
+}
+
+// ---- Changes ----
+
 bf_status_t store_add(bf_dev_id_t dev, uint32_t tbl_hdl, const pipe_tbl_match_spec_t &match,
                       uint32_t act_fn_hdl, const pipe_action_spec_t &action, uint32_t ttl,
-                      uint32_t *ent_hdl) {
+                      uint32_t *ent_hdl, Table **table) {
   const uint16_t nb = match.num_match_bytes;
   const KeyRef key{match.match_value_bytes, match.match_mask_bytes, nb, match.priority,
                    match.partition_index};
 
-  Device &d = g_devices[dev];
+  Device &d = store_touch_device(dev);
   Table *t = d.find_table(tbl_hdl);
-  if (t != nullptr && (t->match_bytes != nb || t->match_bits != match.num_valid_match_bits))
-    return BF_INVALID_ARG;
   const uint32_t hash = key_hash(key);
-  if (t != nullptr && t->find(key, hash) != KeyIndex::kNone) return BF_ALREADY_EXISTS;
+  if (t != nullptr && t->key_fixed) {
+    if (!t->same_key_size(match)) return BF_INVALID_ARG;
+    if (t->find(key, hash) != KeyIndex::kNone) return BF_ALREADY_EXISTS;
+  }
   if (d.by_handle.size() >= size_t{UINT32_MAX}) return BF_NO_SPACE;  // handles are 32-bit
 
   // The entry and its block.
-  const pipe_action_data_spec_t &ad = action.act_data;
-  const size_t nab = ad.num_action_data_bytes;
-  uint8_t res_kept = 0;
-  for (unsigned i = 0; i < PIPE_NUM_RES_SPECS; ++i)
-    if (!all_zero(&action.resources[i], sizeof action.resources[i])) res_kept = i + 1;
-  const size_t res_bytes = res_kept * sizeof(pipe_res_spec_t);
-  const size_t size = 2 * size_t{nb} + nab + res_bytes;
-
+  const ActionPart part = action_part(action);
+  const size_t size = 2 * size_t{nb} + part.bytes();
   StoredEntry e{};
   if (size) {
     e.block = static_cast<uint8_t *>(std::malloc(size));
@@ -141,75 +275,98 @@ bf_status_t store_add(bf_dev_id_t dev, uint32_t tbl_hdl, const pipe_tbl_match_sp
       std::memcpy(e.block, match.match_value_bytes, nb);
       std::memcpy(e.block + nb, match.match_mask_bytes, nb);
     }
-    if (nab) std::memcpy(e.block + 2 * nb, ad.action_data_bytes, nab);
-    if (res_bytes) std::memcpy(e.block + 2 * nb + nab, action.resources, res_bytes);
+    write_action_part(e.block + 2 * nb, action, part);
   }
+  e.hash = hash;
   e.partition_index = match.partition_index;
   e.priority = match.priority;
   e.match_reserved = match.reserved;
-  e.act_fn_hdl = act_fn_hdl;
   e.ttl = ttl;
-  e.member_hdl = action.member_hdl;
-  e.group_hdl = action.group_hdl;
-  e.act_bits = ad.num_valid_action_data_bits;
-  e.act_bytes = ad.num_action_data_bytes;
-  e.act_reserved = action.reserved;
-  e.act_type = action.action_data_type;
-  e.resource_count = action.resource_count;
-  e.res_kept = res_kept;
-  e.null_images = (match.match_value_bytes ? 0 : kNullValue) |
-                  (match.match_mask_bytes ? 0 : kNullMask) |
-                  (ad.action_data_bytes ? 0 : kNullActionData);
+  e.null_images = static_cast<uint8_t>((match.match_value_bytes ? 0 : kNullValue) |
+                                       (match.match_mask_bytes ? 0 : kNullMask));
+  set_action_fields(e, act_fn_hdl, action, part);
 
-  // Make room everywhere first, so that the commit below cannot fail half way.
-  bool created = false;
+  // Make room everywhere first, so that the commit below cannot fail half way. A table created
+  // here and left empty by a failure is no different from none.
   try {
-    if (t == nullptr) {
-      room_for_one(d.tables);
-      d.tables.push_back(std::unique_ptr<Table>(new Table(tbl_hdl, nb, match.num_valid_match_bits)));
-      created = true;
-      d.table_index.emplace(tbl_hdl, static_cast<uint32_t>(d.tables.size() - 1));
-      t = d.tables.back().get();
-    }
+    if (t == nullptr) t = &d.touch_table(tbl_hdl);
     room_for_one(t->entries);
     t->index.reserve_one();
+    t->order.reserve_one();
     room_for_one(d.by_handle);
   } catch (const std::bad_alloc &) {
     std::free(e.block);
-    if (created) {
-      d.table_index.erase(tbl_hdl);
-      d.tables.pop_back();
-    }
     return BF_NO_SYS_RESOURCES;
   }
 
+  if (!t->key_fixed) {
+    t->key_fixed = true;
+    t->match_bytes = nb;
+    t->match_bits = match.num_valid_match_bits;
+  }
   const uint32_t slot = static_cast<uint32_t>(t->entries.size());
   e.handle = static_cast<uint32_t>(d.by_handle.size());
   t->entries.push_back(e);
   t->index.insert(hash, slot);
-  d.by_handle.push_back(EntryLoc{d.table_index.find(tbl_hdl)->second, slot});
+  t->order.append(e.handle);
+  d.by_handle.push_back(EntryLoc{t->index_in_device, slot});
   *ent_hdl = e.handle;
+  *table = t;
   return BF_SUCCESS;
 }
 
-const Table *store_table(bf_dev_id_t dev, uint32_t tbl_hdl) {
-  auto it = g_devices.find(dev);
-  return it == g_devices.end() ? nullptr : it->second.find_table(tbl_hdl);
+bf_status_t store_find_key(bf_dev_id_t dev, uint32_t tbl_hdl, const pipe_tbl_match_spec_t &match,
+                           Table **table, uint32_t *slot) {
+  Table *t = store_table(dev, tbl_hdl);
+  if (t == nullptr || !t->key_fixed) return BF_KEY_NOT_FOUND;
+  if (!t->same_key_size(match)) return BF_INVALID_ARG;
+  const KeyRef key{match.match_value_bytes, match.match_mask_bytes, match.num_match_bytes,
+                   match.priority, match.partition_index};
+  const uint32_t s = t->find(key, key_hash(key));
+  if (s == KeyIndex::kNone) return BF_KEY_NOT_FOUND;
+  *table = t;
+  *slot = s;
+  return BF_SUCCESS;
 }
 
-const StoredEntry *store_find(bf_dev_id_t dev, uint32_t tbl_hdl, uint32_t ent_hdl,
-                              const Table **table) {
-  auto it = g_devices.find(dev);
-  if (it == g_devices.end()) return nullptr;
-  const Device &d = it->second;
-  if (ent_hdl == 0 || ent_hdl >= d.by_handle.size()) return nullptr;
-  const EntryLoc loc = d.by_handle[ent_hdl];
-  if (loc.table >= d.tables.size()) return nullptr;
-  const Table *t = d.tables[loc.table].get();
-  if (t->hdl != tbl_hdl) return nullptr;
-  if (table) *table = t;
-  return &t->entries[loc.slot];
+bf_status_t store_set_action(Table &t, uint32_t slot, uint32_t act_fn_hdl,
+                             const pipe_action_spec_t &action) {
+  StoredEntry &e = t.entries[slot];
+  const size_t key_bytes = 2 * size_t{t.match_bytes};
+  const ActionPart part = action_part(action);
+  const size_t size = key_bytes + part.bytes();
+  uint8_t *block = nullptr;
+  if (size) {
+    block = static_cast<uint8_t *>(std::malloc(size));
+    if (block == nullptr) return BF_NO_SYS_RESOURCES;
+    if (key_bytes) std::memcpy(block, e.block, key_bytes);
+    write_action_part(block + key_bytes, action, part);
+  }
+  std::free(e.block);
+  e.block = block;
+  set_action_fields(e, act_fn_hdl, action, part);
+  return BF_SUCCESS;
 }
+
+void store_delete(bf_dev_id_t dev, Table &t, uint32_t slot) {
+  Device &d = *store_device(dev);
+  StoredEntry &e = t.entries[slot];
+  const uint32_t hdl = e.handle;
+  t.index.erase(e.hash, slot);
+  t.order.erase_at(t.order.find(hdl));
+  std::free(e.block);
+  d.by_handle[hdl] = EntryLoc{kNoTable, kNoSlot};
+  const uint32_t last = static_cast<uint32_t>(t.entries.size() - 1);
+  if (slot != last) {
+    // Keep the vector without holes: the last entry moves into the freed slot.
+    e = t.entries[last];
+    t.index.relink(e.hash, last, slot);
+    d.by_handle[e.handle].slot = slot;
+  }
+  t.entries.pop_back();
+}
+
+// ---- Reading ----
 
 void store_read(const Table &t, const StoredEntry &e, pipe_tbl_match_spec_t *match,
                 pipe_action_spec_t *action) {
@@ -239,6 +396,30 @@ void store_read(const Table &t, const StoredEntry &e, pipe_tbl_match_spec_t *mat
       std::memcpy(action->resources, e.block + 2 * nb + e.act_bytes,
                   e.res_kept * sizeof(pipe_res_spec_t));
   }
+}
+
+ActionView action_of(const Table &t, const StoredEntry &e) {
+  ActionView v;
+  v.act_fn_hdl = e.act_fn_hdl;
+  store_read(t, e, nullptr, &v.spec);
+  return v;
+}
+
+bf_status_t check_action_fits(const ActionView &a, const pipe_action_spec_t &out) {
+  const uint16_t n = a.spec.act_data.num_action_data_bytes;
+  if (n == 0) return BF_SUCCESS;
+  if (out.act_data.action_data_bytes == nullptr || n > out.act_data.num_action_data_bytes)
+    return BF_NO_SPACE;
+  return BF_SUCCESS;
+}
+
+void write_action(const ActionView &a, pipe_action_spec_t *out, uint32_t *act_fn_hdl) {
+  uint8_t *buf = out->act_data.action_data_bytes;
+  const uint16_t n = a.spec.act_data.num_action_data_bytes;
+  *out = a.spec;
+  out->act_data.action_data_bytes = buf;
+  if (n) std::memmove(buf, a.spec.act_data.action_data_bytes, n);
+  if (act_fn_hdl) *act_fn_hdl = a.act_fn_hdl;
 }
 
 void reset_store() { g_devices.clear(); }

@@ -120,6 +120,19 @@ bf_status_t drvm_entry_get(bf_dev_id_t dev, uint32_t tbl_hdl, uint32_t ent_hdl,
 bf_status_t drvm_set_initial_default(bf_dev_id_t dev, uint32_t tbl_hdl, uint32_t act_fn_hdl,
                                      const pipe_action_spec_t *action);
 
+/* The table's current default entry, as the model keeps it (not a driver call; not recorded):
+ * its handle (0 while none is issued), action handle and action record, whose image pointer points
+ * into the model and stays valid until the default changes or the model is reset. Any output
+ * pointer may be null. BF_OBJECT_NOT_FOUND, with nothing written, while the default is unset. */
+bf_status_t drvm_default_entry_get(bf_dev_id_t dev, uint32_t tbl_hdl, uint32_t *ent_hdl,
+                                   uint32_t *act_fn_hdl, pipe_action_spec_t *action);
+
+/* The entry-update callback and cookie registered for a table of a device by
+ * pipe_register_mat_update_cb (not a driver call; not recorded). Any output pointer may be null.
+ * BF_OBJECT_NOT_FOUND, with nothing written, while none is registered. */
+bf_status_t drvm_mat_update_cb(bf_dev_id_t dev, uint32_t tbl_hdl, pipe_mat_update_cb *cb,
+                               void **cookie);
+
 #ifdef __cplusplus
 }
 #endif
