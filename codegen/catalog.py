@@ -126,7 +126,7 @@ class TableAction:
     entry: bool
     default: bool
     tag: int = 0          # resource tag on add and modify (0: no resource record)
-    default_tag: int = 0  # resource tag on the default entry
+    default_tag: int = 0  # resource tag on a default entry set without a meter spec
 
 
 @dataclass
@@ -365,6 +365,11 @@ def validate_rows(cat):
                        "%s: index action %s is an entry action only" % (t.name, r.index_action))
                 p = [p for p in ta.action.params if p.name == r.index_param]
                 _check(len(p) == 1 and p[0].width == 32, "%s: index parameter %s" % (t.name, r.index_param))
+    for r in cat.counters + cat.meters:
+        if r.index_action:
+            users = [t.name for t in cat.tables if any(a.action.name == r.index_action for a in t.actions)]
+            _check(users == [r.table], "index-bearing action %s belongs to %s alone, not %s" % (
+                r.index_action, r.table, users))
     nums = [a.number for a in cat.actions]
     _check(nums == list(range(len(nums))), "actions must be numbered from 0 without a gap")
     for p in cat.profiles:

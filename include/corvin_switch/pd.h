@@ -7,6 +7,7 @@
 #include "corvin_switch/pd_actions.h"  /* generated from the catalog */
 #include "corvin_switch/pd_records.h"  /* generated from the catalog */
 #include "corvin_switch/pd_tables.h"   /* generated from the catalog */
+#include "corvin_switch/pd_decoders.h" /* generated from the catalog */
 
 #ifdef __cplusplus
 extern "C" {

@@ -7,6 +7,8 @@
 
 #include <stdint.h>
 
+#include "drv/pipe_mgr.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -48,6 +50,20 @@ typedef struct p4_pd_meter_spec {
   uint32_t pburst;
   uint32_t meter_type; /* a p4_pd_meter_type_t */
 } p4_pd_meter_spec_t;
+
+/* One resource of a read-back entry that its action uses, and the index it uses. */
+typedef struct p4_pd_res_spec {
+  uint32_t tbl_hdl;
+  uint32_t tbl_idx;
+} p4_pd_res_spec_t;
+
+/* Table property codes and values are the driver's own words, passed through unchanged. */
+typedef uint32_t p4_pd_tbl_prop_type_t;
+typedef uint32_t p4_pd_tbl_prop_value_t;
+typedef uint32_t p4_pd_tbl_prop_args_t;
+
+/* Called by the driver when an entry of the table changes; registered per device and table. */
+typedef pipe_mat_update_cb p4_pd_mat_update_cb;
 
 #ifdef __cplusplus
 }

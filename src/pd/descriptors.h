@@ -30,44 +30,52 @@ struct ResourceDesc {
   const char *spec_expr;
 };
 
-struct TableDesc {
-  uint32_t handle;
-  TableKind kind;
-  uint16_t key_bits;
-  uint16_t key_bytes;
-  uint8_t nfields;
-  const FieldDesc *fields;
-  const ResourceDesc *resource;  // null: entries carry no resource record
-};
-
 // One action parameter: width and offset of its member in the parameter record.
 struct ParamDesc {
   uint16_t width;
   uint16_t member_off;
 };
 
+inline constexpr uint8_t kNoIndex = 0xFF;
+
 struct ActionDesc {
   uint16_t number;  // the action's enumerator
   uint16_t data_bits;
   uint16_t data_bytes;
+  uint16_t record_size;  // of the caller's parameter record; 0 without parameters
   uint8_t nparams;
   const ParamDesc *params;
+  // A parameter that names the index of its table's resource: kNoIndex, or its position. Its image
+  // bytes stay zero unless index_in_image, and read-back takes it from the resource list.
+  uint8_t index_param;
+  bool index_in_image;
+  uint32_t index_resource;  // the resource handle the index belongs to
 };
 
-inline constexpr uint8_t kNoIndex = 0xFF;
-
-// An action as one table uses it: its handle there, its resource tags, and which parameter, if
-// any, names the resource index (and whether that parameter also stays in the action image).
+// An action as one table uses it: its handle there and its resource tags.
 struct TableActionDesc {
   uint32_t handle;
   const ActionDesc *action;
   uint8_t tag;          // on add and modify
-  uint8_t default_tag;  // on the default entry
-  uint8_t index_param;  // kNoIndex, or the parameter's position
-  bool index_in_image;
+  uint8_t default_tag;  // on a default entry set without the meter spec its table takes
 };
 
-// Position of each parameter's image in the action image.
+struct TableDesc {
+  uint32_t handle;
+  TableKind kind;
+  uint16_t key_bits;
+  uint16_t key_bytes;
+  uint16_t record_size;  // of the caller's key record; 0 for a keyless table
+  uint8_t nfields;
+  const FieldDesc *fields;
+  const ResourceDesc *resource;  // null: entries carry no resource record
+  uint8_t nactions;              // 0 for a table bound to an action profile
+  const TableActionDesc *const *actions;
+};
+
 constexpr uint16_t image_bytes(uint16_t width) { return static_cast<uint16_t>((width + 7) / 8); }
+
+// Capacity of the action image buffer handed to the driver on read-back.
+inline constexpr uint16_t kReadBackImageBytes = 56;
 
 }  // namespace cv::pd

@@ -197,9 +197,8 @@ CV_INLINE void build_match_spec(pipe_tbl_match_spec_t &ms, uint8_t *value, uint8
 
 enum class Family : uint8_t { add, modify, default_entry };
 
-template <const TableActionDesc &U>
+template <const ActionDesc &A>
 struct Act {
-  static constexpr const ActionDesc &A = *U.action;
   static constexpr uint16_t kBuf = A.data_bytes ? A.data_bytes : 1;
 
   template <size_t I>
@@ -214,7 +213,7 @@ struct Act {
     constexpr const ParamDesc &p = A.params[I];
     // An index-bearing parameter goes to the resource record; its image bytes stay zero unless the
     // table keeps it in both places.
-    if constexpr (I == U.index_param && !U.index_in_image) {
+    if constexpr (I == A.index_param && !A.index_in_image) {
       std::memset(image + image_off<I>(), 0, image_bytes(p.width));
     } else {
       put_field<p.width>(image + image_off<I>(), rec + p.member_off);
@@ -234,16 +233,16 @@ struct Act {
 
   static CV_INLINE uint32_t index_value(const uint8_t *rec) {
     uint32_t v;
-    std::memcpy(&v, rec + A.params[U.index_param].member_off, 4);
+    std::memcpy(&v, rec + A.params[A.index_param].member_off, 4);
     return v;
   }
 };
 
 // Zeroes a driver action record and fills it with the action image of a parameter record (null for
-// an action without parameters). `image` has Act<U>::kBuf bytes.
-template <const TableActionDesc &U>
+// an action without parameters). `image` has Act<A>::kBuf bytes.
+template <const ActionDesc &A>
 CV_INLINE void build_action_spec(pipe_action_spec_t &as, uint8_t *image, const void *params) {
-  Act<U>::build(as, image, static_cast<const uint8_t *>(params), std::make_index_sequence<Act<U>::A.nparams>{});
+  Act<A>::build(as, image, static_cast<const uint8_t *>(params), std::make_index_sequence<A.nparams>{});
 }
 
 // ---- Resources ----
@@ -272,8 +271,8 @@ CV_INLINE void fill_meter(pipe_meter_spec_t &m, const p4_pd_meter_spec_t &spec, 
 
 // Fills the first resource record of a table that has a resource, after build_action_spec. The
 // families differ on purpose: add keeps 16 bits of an index and takes a null meter spec as fatal;
-// modify keeps the whole index and leaves the tag of a spec-less meter at 0; a default entry tags a
-// spec-less meter 2.
+// modify keeps the whole index and leaves the tag of a spec-less meter at 0; a default entry set
+// without a spec takes the row's default tag (2).
 template <const TableDesc &T, const TableActionDesc &U, Family F>
 CV_INLINE void build_resources(pipe_action_spec_t &as, const void *params, const p4_pd_meter_spec_t *meter,
                                const char *function) {
@@ -281,19 +280,19 @@ CV_INLINE void build_resources(pipe_action_spec_t &as, const void *params, const
     pipe_res_spec_t &r = as.resources[0];
     as.resource_count = 1;
     r.tbl_hdl = T.resource->handle;
-    if constexpr (U.index_param != kNoIndex) {
-      uint32_t idx = Act<U>::index_value(static_cast<const uint8_t *>(params));
+    if constexpr (U.action->index_param != kNoIndex) {
+      uint32_t idx = Act<*U.action>::index_value(static_cast<const uint8_t *>(params));
       r.tbl_idx = F == Family::add ? (idx & 0xFFFFu) : idx;
     }
     if constexpr (T.resource->spec_expr != nullptr) {
       if (meter == nullptr) {
         if constexpr (F == Family::add) CV_HARD_ASSERT(T.resource->spec_expr, function);
-        if constexpr (F == Family::default_entry) r.tag = PIPE_RES_TAG_DETACHED;
+        if constexpr (F == Family::default_entry) r.tag = U.default_tag;
         return;
       }
       fill_meter(r.data.meter, *meter, function);
     }
-    r.tag = F == Family::default_entry ? U.default_tag : U.tag;
+    r.tag = U.tag;
   } else {
     (void)as;
     (void)params;

@@ -18,8 +18,8 @@ CV_INLINE p4_pd_status_t table_add(const char *function, p4_pd_sess_hdl_t sess, 
   uint8_t mask[Key<T>::kBuf];
   build_match_spec<T>(ms, value, mask, key, priority);
   pipe_action_spec_t as;
-  uint8_t image[Act<U>::kBuf];
-  build_action_spec<U>(as, image, params);
+  uint8_t image[Act<*U.action>::kBuf];
+  build_action_spec<*U.action>(as, image, params);
   build_resources<T, U, Family::add>(as, params, meter, function);
   return static_cast<p4_pd_status_t>(
       pipe_mgr_mat_ent_add(sess, driver_target(tgt), T.handle, &ms, U.handle, &as, ttl, 0, entry_hdl));

@@ -1,0 +1,98 @@
+"""The generator on a fixture catalog of corner cases: its headers compile as C99 and give the
+records the layout the rows say, and its dump names every exception."""
+
+import os
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+ROOT = os.path.join(HERE, "..", "..")
+FIXTURE = os.path.join(HERE, "fixtures", "corners.toml")
+GENERATE = os.path.join(ROOT, "codegen", "generate.py")
+
+PROBE = r"""
+#include <stddef.h>
+#include <stdio.h>
+#include "corvin_switch/pd.h"
+#define AT(t, m) printf(#t "." #m " %u\n", (unsigned)offsetof(t, m))
+int main(void) {
+  AT(p4_pd_corvin_switch_ordered_match_spec_t, meta_port);
+  AT(p4_pd_corvin_switch_ordered_match_spec_t, meta_port_mask);
+  AT(p4_pd_corvin_switch_ordered_match_spec_t, meta_color);
+  AT(p4_pd_corvin_switch_ordered_match_spec_t, hdr_valid);
+  AT(p4_pd_corvin_switch_ordered_match_spec_t, hdr_valid_mask);
+  AT(p4_pd_corvin_switch_wide_match_spec_t, ip_dst);
+  AT(p4_pd_corvin_switch_wide_match_spec_t, ip_dst_prefix_length);
+  printf("wide %u\n", (unsigned)sizeof(p4_pd_corvin_switch_wide_match_spec_t));
+  printf("ordered %u\n", (unsigned)sizeof(p4_pd_corvin_switch_ordered_match_spec_t));
+  printf("hit %u\n", (unsigned)sizeof(p4_pd_corvin_switch_hit_action_spec_t));
+  return 0;
+}
+"""
+
+
+class Fixture(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.out = tempfile.mkdtemp()
+        subprocess.run(["python3", GENERATE, FIXTURE, cls.out, "--no-figures"], check=True)
+
+    @classmethod
+    def tearDownClass(cls):
+        shutil.rmtree(cls.out)
+
+    def test_records_have_the_rows_layout_in_c99(self):
+        probe = os.path.join(self.out, "probe.c")
+        with open(probe, "w") as f:
+            f.write(PROBE)
+        exe = os.path.join(self.out, "probe")
+        subprocess.run(["cc", "-std=c99", "-Wall", "-Werror", "-I", os.path.join(self.out, "include"),
+                        "-I", os.path.join(ROOT, "include"), "-I", os.path.join(ROOT, "platform", "include"),
+                        probe, "-o", exe], check=True)
+        got = dict(line.rsplit(" ", 1) for line in subprocess.run([exe], capture_output=True, text=True,
+                                                                   check=True).stdout.splitlines())
+        t = "p4_pd_corvin_switch_ordered_match_spec_t."
+        self.assertEqual(got[t + "meta_port"], "0")         # record order, not key order
+        self.assertEqual(got[t + "meta_port_mask"], "4")
+        self.assertEqual(got[t + "meta_color"], "12")       # 3 reserved bytes, then a 32-bit member
+        self.assertEqual(got[t + "hdr_valid"], "16")
+        self.assertEqual(got[t + "hdr_valid_mask"], "17")
+        self.assertEqual(got["p4_pd_corvin_switch_wide_match_spec_t.ip_dst"], "2")
+        self.assertEqual(got["p4_pd_corvin_switch_wide_match_spec_t.ip_dst_prefix_length"], "18")
+        self.assertEqual(got["wide"], "20")
+        self.assertEqual(got["hit"], "8")
+
+    def test_exports_follow_the_naming_rules(self):
+        with open(os.path.join(self.out, "include", "corvin_switch", "pd_tables.h")) as f:
+            h = f.read()
+        self.assertIn("p4_pd_corvin_switch_ordered_hdr_width(void)", h)   # `_valid` dropped
+        self.assertNotIn("ordered_hdr_valid_width", h)
+        self.assertIn("p4_pd_corvin_switch_keyless_set_default_action_miss(", h)
+        self.assertNotIn("keyless_table_add", h)
+        self.assertNotIn("keyless_table_delete", h)
+        self.assertNotIn("wide_table_add_with_hit(p4_pd_sess_hdl_t sess_hdl, p4_pd_dev_target_t dev_tgt, "
+                         "p4_pd_corvin_switch_wide_match_spec_t *match_spec, uint32_t priority", h)
+        self.assertIn("p4_pd_corvin_switch_ordered_table_add_with_hit(p4_pd_sess_hdl_t sess_hdl, "
+                      "p4_pd_dev_target_t dev_tgt, p4_pd_corvin_switch_ordered_match_spec_t *match_spec, "
+                      "uint32_t priority, p4_pd_corvin_switch_hit_action_spec_t *action_spec, "
+                      "p4_pd_entry_hdl_t *entry_hdl)", h)
+
+    def test_descriptors_carry_the_exceptions(self):
+        with open(os.path.join(self.out, "src", "catalog_desc.h")) as f:
+            d = f.read()
+        self.assertIn("Match::exact, true, 0,", d)                 # the partition field
+        self.assertIn("a_metered = {2, 32, 4, sizeof(p4_pd_corvin_switch_metered_action_spec_t), 1, "
+                      "p_metered, 0, false, 0x5000001}", d)        # index-bearing, image zero
+        self.assertIn("u_ordered__miss = {0x20000007, &a_miss, 2, 2}", d)
+
+    def test_dump_names_the_exceptions(self):
+        out = subprocess.run(["python3", GENERATE, FIXTURE, "--no-figures", "--dump", "ordered"],
+                             capture_output=True, text=True, check=True).stdout
+        self.assertIn("member reserved uint8_t reserved1[3]", out)
+        self.assertIn("member field    uint32_t meta_color", out)
+
+
+if __name__ == "__main__":
+    unittest.main()
