@@ -17,9 +17,29 @@ def expected(cat):
              P + "action_enum_to_string", P + "action_string_to_enum",
              P + "action_name_strings", "bf_drv_hdl"}
     for t in cat["table"]:
+        n = P + t["name"]
         for a in t.get("actions", []):
             if "E" in a["use"]:
-                names.add("%s%s_table_add_with_%s" % (P, t["name"], a["action"]))
+                names |= {"%s_table_add_with_%s" % (n, a["action"]), "%s_table_modify_with_%s" % (n, a["action"]),
+                          "%s_table_modify_with_%s_by_match_spec" % (n, a["action"])}
+            if "D" in a["use"]:
+                names.add("%s_set_default_action_%s" % (n, a["action"]))
+        names |= {n + s for s in ("_table_reset_default_entry", "_table_get_default_entry_handle",
+                                  "_table_get_default_entry", "_get_entry", "_get_first_entry_handle",
+                                  "_get_next_entry_handles", "_get_entry_count", "_set_property", "_get_property",
+                                  "_register_mat_update_cb", "_get_mat_table_handle", "_supports_entry_priority")}
+        key = t.get("key", [])
+        if key:
+            names |= {n + "_table_delete", n + "_table_delete_by_match_spec", n + "_match_spec_to_entry_hdl",
+                      "unbuild_key_" + t["name"]}
+            if any(f.get("match") in ("ternary", "lpm") for f in key):
+                names.add("unbuild_mask_" + t["name"])
+        for f in key:
+            field = f["field"][:-len("_valid")] if f["field"].endswith("_valid") else f["field"]
+            names.add("%s_%s_width" % (n, field))
+    for a in cat["action"]:
+        if a.get("params"):
+            names.add("unbuild_action_spec_" + a["name"])
     return names
 
 
