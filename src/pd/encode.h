@@ -114,6 +114,7 @@ struct Key {
       put_masked_field<f.width>(value + f.image_off, mask + f.image_off, rec + f.value_off, rec + f.aux_off);
     } else {
       put_field<f.width>(value + f.image_off, rec + f.value_off);
+      std::memset(mask + f.image_off, 0xFF, image_bytes(f.width));
     }
     if constexpr (f.width % 8 != 0) mask[f.image_off] &= first_byte_cut(f.width);
   }
@@ -144,12 +145,12 @@ struct Key {
     ms.num_match_bytes = T.key_bytes;
     ms.reserved = 0;
     if constexpr (kBytes == 0) return;
-    std::memset(mask, 0xFF, kBytes);
     if constexpr (T.kind == TableKind::ternary) {
       ms.priority = priority;
       (ternary_one<I>(value, mask, rec), ...);
       return;
     }
+    std::memset(mask, 0xFF, kBytes);
     (value_one<I>(value, rec), ...);
     if constexpr (T.kind == TableKind::lpm) {
       constexpr size_t last = sizeof...(I) - 1;
@@ -250,8 +251,8 @@ CV_INLINE void build_action_spec(pipe_action_spec_t &as, uint8_t *image, const v
 // Meter type the driver takes for a requested one. Table operations pass has_pre_color 1.
 CV_INLINE uint32_t get_bytes_meter_type(uint32_t requested, bool has_pre_color, const char *function) {
   if (has_pre_color) {
-    if (requested == PD_METER_TYPE_COLOR_AWARE) return 0;
-    if (requested == PD_METER_TYPE_COLOR_UNAWARE) return 1;
+    if (requested <= PD_METER_TYPE_COLOR_UNAWARE) [[likely]]
+      return requested;  // colour-aware 0, colour-unaware 1
     CV_SOFT_ASSERT(Soft::zero, function);
     return 0;
   }
