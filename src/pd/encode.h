@@ -304,4 +304,30 @@ CV_INLINE void build_resources(pipe_action_spec_t &as, const void *params, const
 
 inline dev_target_t driver_target(p4_pd_dev_target_t t) { return dev_target_t{t.device_id, t.dev_pipe_id}; }
 
+// A driver match record with its images, built from a key record for one call.
+template <const TableDesc &T>
+struct MatchRecord {
+  pipe_tbl_match_spec_t ms;
+  uint8_t value[Key<T>::kBuf];
+  uint8_t mask[Key<T>::kBuf];
+
+  CV_INLINE MatchRecord(const void *key, uint32_t priority) { build_match_spec<T>(ms, value, mask, key, priority); }
+  MatchRecord(const MatchRecord &) = delete;
+  MatchRecord &operator=(const MatchRecord &) = delete;
+};
+
+// A driver action record with its image and resource record, built for one call of a family.
+template <const TableDesc &T, const TableActionDesc &U, Family F>
+struct ActionRecord {
+  pipe_action_spec_t as;
+  uint8_t image[Act<*U.action>::kBuf];
+
+  CV_INLINE ActionRecord(const void *params, const p4_pd_meter_spec_t *meter, const char *function) {
+    build_action_spec<*U.action>(as, image, params);
+    build_resources<T, U, F>(as, params, meter, function);
+  }
+  ActionRecord(const ActionRecord &) = delete;
+  ActionRecord &operator=(const ActionRecord &) = delete;
+};
+
 }  // namespace cv::pd

@@ -20,27 +20,18 @@ inline dev_target_t all_pipes(uint32_t dev) { return dev_target_t{dev, BF_DEV_PI
 template <const TableDesc &T, const TableActionDesc &U>
 CV_INLINE p4_pd_status_t table_modify(const char *function, p4_pd_sess_hdl_t sess, uint32_t dev,
                                       p4_pd_entry_hdl_t ent, const void *params, const p4_pd_meter_spec_t *meter) {
-  pipe_action_spec_t as;
-  uint8_t image[Act<*U.action>::kBuf];
-  build_action_spec<*U.action>(as, image, params);
-  build_resources<T, U, Family::modify>(as, params, meter, function);
-  return static_cast<p4_pd_status_t>(pipe_mgr_mat_ent_set_action(sess, dev, T.handle, ent, U.handle, &as, 0));
+  ActionRecord<T, U, Family::modify> action(params, meter, function);
+  return static_cast<p4_pd_status_t>(pipe_mgr_mat_ent_set_action(sess, dev, T.handle, ent, U.handle, &action.as, 0));
 }
 
 template <const TableDesc &T, const TableActionDesc &U>
 CV_INLINE p4_pd_status_t table_modify_by_match_spec(const char *function, p4_pd_sess_hdl_t sess,
                                                     p4_pd_dev_target_t tgt, const void *key, uint32_t priority,
                                                     const void *params, const p4_pd_meter_spec_t *meter) {
-  pipe_tbl_match_spec_t ms;
-  uint8_t value[Key<T>::kBuf];
-  uint8_t mask[Key<T>::kBuf];
-  build_match_spec<T>(ms, value, mask, key, priority);
-  pipe_action_spec_t as;
-  uint8_t image[Act<*U.action>::kBuf];
-  build_action_spec<*U.action>(as, image, params);
-  build_resources<T, U, Family::modify>(as, params, meter, function);
-  return static_cast<p4_pd_status_t>(
-      pipe_mgr_mat_ent_set_action_by_match_spec(sess, driver_target(tgt), T.handle, &ms, U.handle, &as, 0));
+  MatchRecord<T> match(key, priority);
+  ActionRecord<T, U, Family::modify> action(params, meter, function);
+  return static_cast<p4_pd_status_t>(pipe_mgr_mat_ent_set_action_by_match_spec(sess, driver_target(tgt), T.handle,
+                                                                               &match.ms, U.handle, &action.as, 0));
 }
 
 template <const TableDesc &T>
@@ -51,11 +42,9 @@ CV_INLINE p4_pd_status_t table_delete(p4_pd_sess_hdl_t sess, uint32_t dev, p4_pd
 template <const TableDesc &T>
 CV_INLINE p4_pd_status_t table_delete_by_match_spec(p4_pd_sess_hdl_t sess, p4_pd_dev_target_t tgt, const void *key,
                                                     uint32_t priority) {
-  pipe_tbl_match_spec_t ms;
-  uint8_t value[Key<T>::kBuf];
-  uint8_t mask[Key<T>::kBuf];
-  build_match_spec<T>(ms, value, mask, key, priority);
-  return static_cast<p4_pd_status_t>(pipe_mgr_mat_ent_del_by_match_spec(sess, driver_target(tgt), T.handle, &ms, 0));
+  MatchRecord<T> match(key, priority);
+  return static_cast<p4_pd_status_t>(
+      pipe_mgr_mat_ent_del_by_match_spec(sess, driver_target(tgt), T.handle, &match.ms, 0));
 }
 
 // ---- Default entries ----
@@ -64,12 +53,9 @@ template <const TableDesc &T, const TableActionDesc &U>
 CV_INLINE p4_pd_status_t set_default_action(const char *function, p4_pd_sess_hdl_t sess, p4_pd_dev_target_t tgt,
                                             const void *params, const p4_pd_meter_spec_t *meter,
                                             p4_pd_entry_hdl_t *ent) {
-  pipe_action_spec_t as;
-  uint8_t image[Act<*U.action>::kBuf];
-  build_action_spec<*U.action>(as, image, params);
-  build_resources<T, U, Family::default_entry>(as, params, meter, function);
+  ActionRecord<T, U, Family::default_entry> action(params, meter, function);
   return static_cast<p4_pd_status_t>(
-      pipe_mgr_mat_default_entry_set(sess, driver_target(tgt), T.handle, U.handle, &as, 0, ent));
+      pipe_mgr_mat_default_entry_set(sess, driver_target(tgt), T.handle, U.handle, &action.as, 0, ent));
 }
 
 template <const TableDesc &T>
@@ -258,12 +244,9 @@ CV_INLINE p4_pd_status_t profile_get_entry(p4_pd_sess_hdl_t sess, uint32_t dev, 
 template <const TableDesc &T>
 CV_INLINE p4_pd_status_t match_spec_to_entry_hdl(p4_pd_sess_hdl_t sess, p4_pd_dev_target_t tgt, const void *key,
                                                  uint32_t priority, p4_pd_entry_hdl_t *ent) {
-  pipe_tbl_match_spec_t ms;
-  uint8_t value[Key<T>::kBuf];
-  uint8_t mask[Key<T>::kBuf];
-  build_match_spec<T>(ms, value, mask, key, priority);
+  MatchRecord<T> match(key, priority);
   return static_cast<p4_pd_status_t>(
-      pipe_mgr_match_spec_to_ent_hdl(sess, driver_target(tgt), T.handle, &ms, ent, false));
+      pipe_mgr_match_spec_to_ent_hdl(sess, driver_target(tgt), T.handle, &match.ms, ent, false));
 }
 
 // ---- Iteration ----
