@@ -2,7 +2,6 @@
 // and the table accessors. Each makes one driver call with records built on the stack.
 #pragma once
 
-#include "action_names.h"
 #include "decode.h"
 
 extern "C" {
