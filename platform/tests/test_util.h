@@ -20,128 +20,151 @@ class ModelTest : public ::testing::Test {
   void TearDown() override { drvm_reset(); }
 };
 
-// An entry request: the caller's buffers and the two records pointing at them.
-struct Request {
-  Bytes value;
-  Bytes mask;
-  Bytes adata;
-  pipe_tbl_match_spec_t match{};
-  pipe_action_spec_t action{};
-
-  Request(Bytes v, Bytes m, uint32_t priority = 0, uint32_t partition = 0,
-          Bytes action_image = {0x11, 0x22, 0x33})
-      : value(std::move(v)), mask(std::move(m)), adata(std::move(action_image)) {
-    match.match_value_bytes = value.data();
-    match.match_mask_bytes = mask.data();
-    match.partition_index = partition;
-    match.priority = priority;
-    match.num_match_bytes = static_cast<uint16_t>(value.size());
-    match.num_valid_match_bits = static_cast<uint16_t>(value.size() * 8 - 3);
-    action.action_data_type = PIPE_ACTION_DATA_TYPE;
-    action.act_data.num_action_data_bytes = static_cast<uint16_t>(adata.size());
-    action.act_data.num_valid_action_data_bits = static_cast<uint16_t>(adata.size() * 8);
-    action.act_data.action_data_bytes = adata.data();
-  }
-  // Copies hold pointers into the source's buffers; forbid them.
-  Request(const Request &) = delete;
-  Request &operator=(const Request &) = delete;
-};
-
 constexpr uint32_t kTbl = 0x100002C;
 constexpr uint32_t kAct = 0x2000006E;
+const Bytes kMask4(4, 0xFF);
 
-inline bf_status_t add(Request &r, uint32_t *hdl, uint32_t tbl = kTbl, bf_dev_id_t dev = 0,
-                       uint32_t ttl = 0, uint32_t act = kAct) {
-  return pipe_mgr_mat_ent_add(5, dev_target_t{dev, BF_DEV_PIPE_ALL}, tbl, &r.match, act, &r.action,
-                              ttl, 0, hdl);
-}
-
+// A 4-byte key value made of a number.
+inline Bytes key(uint32_t i) { return Bytes{uint8_t(i >> 24), uint8_t(i >> 16), uint8_t(i >> 8), uint8_t(i)}; }
 inline Bytes bytes_at(const uint8_t *p, size_t n) { return p ? Bytes(p, p + n) : Bytes(); }
+inline dev_target_t tgt(bf_dev_id_t dev = 0, uint32_t pipe = BF_DEV_PIPE_ALL) { return dev_target_t{dev, pipe}; }
 
-inline dev_target_t tgt(bf_dev_id_t dev = 0, uint32_t pipe = BF_DEV_PIPE_ALL) {
-  return dev_target_t{dev, pipe};
+// An entry request: the caller's buffers and the two records pointing at them. The records are
+// mutable because the driver takes them by non-const pointer (and only reads them).
+struct Request {
+  Bytes value, mask, adata;
+  mutable pipe_tbl_match_spec_t match{};
+  mutable pipe_action_spec_t action{};
+
+  Request(Bytes v, Bytes m, uint32_t priority = 0, uint32_t partition = 0, Bytes image = {0x11, 0x22, 0x33})
+      : value(std::move(v)), mask(std::move(m)), adata(std::move(image)) {
+    match = {value.data(), mask.data(), partition, priority,
+             static_cast<uint16_t>(value.empty() ? 0 : value.size() * 8 - 3), static_cast<uint16_t>(value.size()), 0};
+    action.action_data_type = PIPE_ACTION_DATA_TYPE;
+    action.act_data = {static_cast<uint16_t>(adata.size() * 8), static_cast<uint16_t>(adata.size()), adata.data()};
+  }
+  Request(const Request &) = delete;  // a copy would point into the source's buffers
+};
+
+// The records of a request, for passing a temporary one straight to the driver.
+inline pipe_tbl_match_spec_t *match_of(const Request &r) { return &r.match; }
+inline pipe_action_spec_t *action_of(const Request &r) { return &r.action; }
+
+inline bf_status_t add(const Request &r, uint32_t *hdl, uint32_t tbl = kTbl, bf_dev_id_t dev = 0, uint32_t ttl = 0,
+                       uint32_t act = kAct) {
+  return pipe_mgr_mat_ent_add(5, tgt(dev), tbl, &r.match, act, &r.action, ttl, 0, hdl);
+}
+inline bf_status_t set_action(uint32_t hdl, pipe_action_spec_t *a, uint32_t act, uint32_t tbl = kTbl,
+                              bf_dev_id_t dev = 0) {
+  return pipe_mgr_mat_ent_set_action(3, dev, tbl, hdl, act, a, 0);
+}
+inline bf_status_t set_action_by_key(const Request &k, pipe_action_spec_t *a, uint32_t act, uint32_t tbl = kTbl,
+                                     bf_dev_id_t dev = 0) {
+  return pipe_mgr_mat_ent_set_action_by_match_spec(3, tgt(dev), tbl, &k.match, act, a, 0);
+}
+inline bf_status_t del(uint32_t hdl, uint32_t tbl = kTbl, bf_dev_id_t dev = 0) {
+  return pipe_mgr_mat_ent_del(3, dev, tbl, hdl, 0);
+}
+inline bf_status_t del_by_key(const Request &k, uint32_t tbl = kTbl, bf_dev_id_t dev = 0) {
+  return pipe_mgr_mat_ent_del_by_match_spec(3, tgt(dev), tbl, &k.match, 0);
+}
+inline bf_status_t find_key(const Request &k, uint32_t *hdl, uint32_t tbl = kTbl, bf_dev_id_t dev = 0) {
+  return pipe_mgr_match_spec_to_ent_hdl(1, tgt(dev), tbl, &k.match, hdl, false);
 }
 
-// A caller's read-back records: value and mask buffers of num_match_bytes each, an action image
-// buffer whose capacity the action record gives, all filled with a sentinel byte.
+// An entry as the model's view shows it.
+struct Stored { bf_status_t st; pipe_tbl_match_spec_t match; uint32_t act; pipe_action_spec_t action; uint32_t ttl; };
+inline Stored stored(uint32_t hdl, uint32_t tbl = kTbl, bf_dev_id_t dev = 0) {
+  Stored s{};
+  s.st = drvm_entry_get(dev, tbl, hdl, &s.match, &s.act, &s.action, &s.ttl);
+  return s;
+}
+
+// A caller's read-back records: value and mask buffers of num_match_bytes each and an action image
+// buffer whose capacity the action record gives, all filled with 0xA5.
 struct Readback {
-  Bytes value;
-  Bytes mask;
-  Bytes image;
+  Bytes value, mask, image;
   pipe_tbl_match_spec_t match{};
   pipe_action_spec_t action{};
   uint32_t act = 0xDEADu;
 
-  explicit Readback(size_t num_match_bytes, size_t capacity = 56, uint8_t fill = 0xA5)
-      : value(num_match_bytes, fill), mask(num_match_bytes, fill), image(capacity, fill) {
-    match.match_value_bytes = value.data();
-    match.match_mask_bytes = mask.data();
-    match.num_match_bytes = static_cast<uint16_t>(num_match_bytes);
-    action.act_data.action_data_bytes = image.data();
-    action.act_data.num_action_data_bytes = static_cast<uint16_t>(capacity);
+  explicit Readback(size_t num_match_bytes, size_t capacity = 56)
+      : value(num_match_bytes, 0xA5), mask(num_match_bytes, 0xA5), image(capacity, 0xA5) {
+    match = {value.data(), mask.data(), 0, 0, 0, static_cast<uint16_t>(num_match_bytes), 0};
+    action.act_data = {0, static_cast<uint16_t>(capacity), image.data()};
   }
   Readback(const Readback &) = delete;
-  Readback &operator=(const Readback &) = delete;
 
-  bf_status_t get(uint32_t hdl, uint32_t tbl = kTbl, bf_dev_id_t dev = 0, bool from_hw = false) {
-    return pipe_mgr_get_entry(1, tbl, tgt(dev), hdl, &match, &action, &act, from_hw, 1, nullptr);
+  bf_status_t get(uint32_t hdl, uint32_t tbl = kTbl, bf_dev_id_t dev = 0) {
+    return pipe_mgr_get_entry(1, tbl, tgt(dev), hdl, &match, &action, &act, false, 1, nullptr);
   }
-  bf_status_t get_default(uint32_t tbl = kTbl, bf_dev_id_t dev = 0) {
-    return pipe_mgr_table_get_default_entry(1, tgt(dev), tbl, &action, &act, false, 1, nullptr);
+  bf_status_t get_default(uint32_t tbl = kTbl) {
+    return pipe_mgr_table_get_default_entry(1, tgt(), tbl, &action, &act, false, 1, nullptr);
   }
   Bytes action_image() const {
     return bytes_at(action.act_data.action_data_bytes, action.act_data.num_action_data_bytes);
   }
 };
 
-// Everything the model holds for a table, as text, from the model's own view (no driver call):
-// the entries of handles 1 to max_hdl and the default entry. Two equal texts mean no change.
-inline std::string table_state(bf_dev_id_t dev = 0, uint32_t tbl = kTbl, uint32_t max_hdl = 64) {
+// A whole walk of a table: the first handle, then batches of `batch`, checking the -1 fill of each
+// short batch and that the walk ends with BF_END_OF_WALK.
+inline std::vector<uint32_t> walk(int batch, uint32_t tbl = kTbl, bf_dev_id_t dev = 0) {
+  std::vector<uint32_t> seen(1), out(batch);
+  if (pipe_mgr_get_first_entry_handle(1, tbl, tgt(dev), &seen[0]) != BF_SUCCESS) return {};
+  for (;;) {
+    const bf_status_t st = pipe_mgr_get_next_entry_handles(1, tbl, tgt(dev), seen.back(), batch, out.data());
+    int k = 0;
+    while (k < batch && out[k] != 0xFFFFFFFFu) seen.push_back(out[k++]);
+    for (int i = k; i < batch; ++i) EXPECT_EQ(out[i], 0xFFFFFFFFu);
+    EXPECT_EQ(st, k ? BF_SUCCESS : BF_END_OF_WALK);
+    if (st != BF_SUCCESS) return seen;
+  }
+}
+
+inline std::string hex(const uint8_t *p, size_t n) {
+  std::string out = p ? "" : "null";
+  char buf[4];
+  for (size_t i = 0; p && i < n; ++i) out += (std::snprintf(buf, sizeof buf, "%02x", p[i]), buf);
+  return out;
+}
+
+// Every field of a match or action record, as text; images by content.
+inline std::string describe(const pipe_tbl_match_spec_t &m) {
+  char buf[96];
+  std::snprintf(buf, sizeof buf, "p=%u part=%u bits=%u bytes=%u rsv=%u key=", m.priority, m.partition_index,
+                m.num_valid_match_bits, m.num_match_bytes, m.reserved);
+  return buf + hex(m.match_value_bytes, m.num_match_bytes) + "/" + hex(m.match_mask_bytes, m.num_match_bytes);
+}
+inline std::string describe(const pipe_action_spec_t &a) {
+  char buf[96];
+  std::snprintf(buf, sizeof buf, "type=%u rc=%u rsv=%u bits=%u bytes=%u m=%u g=%u img=", a.action_data_type,
+                a.resource_count, a.reserved, a.act_data.num_valid_action_data_bits, a.act_data.num_action_data_bytes,
+                a.member_hdl, a.group_hdl);
+  return buf + hex(a.act_data.action_data_bytes, a.act_data.num_action_data_bytes) +
+         " res=" + hex(reinterpret_cast<const uint8_t *>(a.resources), sizeof a.resources);
+}
+
+// Everything the model holds for a table, as text: each entry of handles 1 to 64 as the model's view
+// shows it, with the handle its key finds; the default entry; the count and the walk. Equal texts mean
+// no change. The driver calls made here are not recorded (and recording is on afterwards).
+inline std::string table_state(bf_dev_id_t dev = 0, uint32_t tbl = kTbl) {
   std::string out;
-  char buf[64];
-  auto hex = [&](const uint8_t *p, size_t n) {
-    if (p == nullptr) {
-      out += "null";
-      return;
-    }
-    for (size_t i = 0; i < n; ++i) {
-      std::snprintf(buf, sizeof buf, "%02x", p[i]);
-      out += buf;
-    }
-  };
-  auto action = [&](uint32_t act, const pipe_action_spec_t &a) {
-    std::snprintf(buf, sizeof buf, " act=%x type=%u rc=%u bits=%u m=%u g=%u img=", act,
-                  a.action_data_type, a.resource_count, a.act_data.num_valid_action_data_bits,
-                  a.member_hdl, a.group_hdl);
-    out += buf;
-    hex(a.act_data.action_data_bytes, a.act_data.num_action_data_bytes);
-    out += " res=";
-    hex(reinterpret_cast<const uint8_t *>(a.resources), sizeof a.resources);
-  };
-  for (uint32_t h = 1; h <= max_hdl; ++h) {
-    pipe_tbl_match_spec_t m;
-    pipe_action_spec_t a;
-    uint32_t act = 0, ttl = 0;
-    if (drvm_entry_get(dev, tbl, h, &m, &act, &a, &ttl) != BF_SUCCESS) continue;
-    std::snprintf(buf, sizeof buf, "[%u p=%u part=%u ttl=%u key=", h, m.priority, m.partition_index,
-                  ttl);
-    out += buf;
-    hex(m.match_value_bytes, m.num_match_bytes);
-    out += "/";
-    hex(m.match_mask_bytes, m.num_match_bytes);
-    action(act, a);
-    out += "]\n";
+  drvm_set_recording(0);
+  for (uint32_t h = 1; h <= 64; ++h) {
+    Stored s = stored(h, tbl, dev);
+    uint32_t found = 0;
+    if (s.st != BF_SUCCESS) continue;
+    pipe_mgr_match_spec_to_ent_hdl(1, tgt(dev), tbl, &s.match, &found, false);
+    out += "[" + std::to_string(h) + " found=" + std::to_string(found) + " act=" + std::to_string(s.act) +
+           " ttl=" + std::to_string(s.ttl) + " " + describe(s.match) + " " + describe(s.action) + "]\n";
   }
   uint32_t dh = 0, dact = 0;
   pipe_action_spec_t da;
-  if (drvm_default_entry_get(dev, tbl, &dh, &dact, &da) == BF_SUCCESS) {
-    std::snprintf(buf, sizeof buf, "[default %u", dh);
-    out += buf;
-    action(dact, da);
-    out += "]\n";
-  }
-  std::snprintf(buf, sizeof buf, "count=%zu\n", drvm_entry_count(dev, tbl));
-  out += buf;
+  if (drvm_default_entry_get(dev, tbl, &dh, &dact, &da) == BF_SUCCESS)
+    out += "[default " + std::to_string(dh) + " act=" + std::to_string(dact) + " " + describe(da) + "]\n";
+  out += "count=" + std::to_string(drvm_entry_count(dev, tbl)) + " walk=";
+  for (uint32_t h : walk(3, tbl, dev)) out += std::to_string(h) + ",";
+  drvm_set_recording(1);
   return out;
 }
 
