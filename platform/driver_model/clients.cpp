@@ -34,6 +34,17 @@ std::vector<bf_drv_generic_cb_t> hooks_in_slot(unsigned slot) {
   return hooks;
 }
 
+// Calls the hook of one slot of every client, as the driver does; the first non-zero status wins.
+template <class Hook, class... Args>
+bf_status_t fire(unsigned slot, Args... args) {
+  bf_status_t first = BF_SUCCESS;
+  for (bf_drv_generic_cb_t hook : hooks_in_slot(slot)) {
+    bf_status_t st = reinterpret_cast<Hook>(hook)(args...);
+    if (first == BF_SUCCESS) first = st;
+  }
+  return first;
+}
+
 }  // namespace
 
 void reset_clients() {
@@ -137,30 +148,15 @@ bf_drv_generic_cb_t drvm_client_callback(bf_drv_client_handle_t client, unsigned
 }
 
 bf_status_t drvm_fire_dev_remove(bf_dev_id_t dev) {
-  bf_status_t first = BF_SUCCESS;
-  for (bf_drv_generic_cb_t hook : hooks_in_slot(BF_DRV_CB_DEVICE_REMOVE)) {
-    bf_status_t st = reinterpret_cast<bf_drv_device_remove_cb_t>(hook)(dev);
-    if (first == BF_SUCCESS) first = st;
-  }
-  return first;
+  return fire<bf_drv_device_remove_cb_t>(BF_DRV_CB_DEVICE_REMOVE, dev);
 }
 
 bf_status_t drvm_fire_dev_log(bf_dev_id_t dev, struct cJSON *state) {
-  bf_status_t first = BF_SUCCESS;
-  for (bf_drv_generic_cb_t hook : hooks_in_slot(BF_DRV_CB_DEVICE_LOG)) {
-    bf_status_t st = reinterpret_cast<bf_drv_device_log_cb_t>(hook)(dev, state);
-    if (first == BF_SUCCESS) first = st;
-  }
-  return first;
+  return fire<bf_drv_device_log_cb_t>(BF_DRV_CB_DEVICE_LOG, dev, state);
 }
 
 bf_status_t drvm_fire_dev_restore(bf_dev_id_t dev, struct cJSON *state) {
-  bf_status_t first = BF_SUCCESS;
-  for (bf_drv_generic_cb_t hook : hooks_in_slot(BF_DRV_CB_DEVICE_RESTORE)) {
-    bf_status_t st = reinterpret_cast<bf_drv_device_restore_cb_t>(hook)(dev, state);
-    if (first == BF_SUCCESS) first = st;
-  }
-  return first;
+  return fire<bf_drv_device_restore_cb_t>(BF_DRV_CB_DEVICE_RESTORE, dev, state);
 }
 
 }  // extern "C"
