@@ -283,6 +283,16 @@ def index_of(c, a):
     return None
 
 
+def init(**fields):
+    """A C++20 designated initialiser: the member names tie each value to its field of descriptors.h,
+    and the compiler checks their order."""
+    return "{%s}" % ", ".join(".%s = %s" % kv for kv in fields.items())
+
+
+def cbool(v):
+    return "true" if v else "false"
+
+
 def emit_descriptors(c):
     o = [MARK, "#pragma once\n\n#include <cstddef>\n\n#include \"descriptors.h\"\n\n",
          "extern \"C\" {\n#include \"corvin_switch/pd.h\"\n}\n\n",
@@ -290,12 +300,14 @@ def emit_descriptors(c):
     for a in c.actions:
         if a.params:
             o.append("inline constexpr ParamDesc p_%s[] = {%s};\n" % (a.name, ", ".join(
-                "{%d, offsetof(%s, action_%s)}" % (p.width, param_record(a), p.name) for p in a.params)))
+                init(width=p.width, member_off="offsetof(%s, action_%s)" % (param_record(a), p.name))
+                for p in a.params)))
         idx = index_of(c, a)
-        o.append("inline constexpr ActionDesc a_%s = {%d, %d, %d, %s, %d, %s, %s, %s, 0x%x};\n" % (
-            a.name, a.number, a.data_bits, a.data_bytes, "sizeof(%s)" % param_record(a) if a.params else "0",
-            len(a.params), "p_" + a.name if a.params else "nullptr",
-            idx[0] if idx else "kNoIndex", "true" if idx and idx[1] else "false", idx[2] if idx else 0))
+        o.append("inline constexpr ActionDesc a_%s = %s;\n" % (a.name, init(
+            number=a.number, data_bits=a.data_bits, data_bytes=a.data_bytes,
+            record_size="sizeof(%s)" % param_record(a) if a.params else "0", nparams=len(a.params),
+            params="p_" + a.name if a.params else "nullptr", index_param=idx[0] if idx else "kNoIndex",
+            index_in_image=cbool(idx and idx[1]), index_resource="0x%x" % (idx[2] if idx else 0))))
     o.append("\n")
     for t in c.tables:
         if t.key:
@@ -304,24 +316,26 @@ def emit_descriptors(c):
             for f in t.key:
                 aux = ("offsetof(%s, %s_mask)" % (rec, f.field) if f.match == "ternary" else
                        "offsetof(%s, %s_prefix_length)" % (rec, f.field) if f.match == "lpm" else "0")
-                fields.append("{%d, Match::%s, %s, %d, offsetof(%s, %s), %s}" % (
-                    f.width, f.match, "true" if f.partition else "false", f.image_offset, rec, f.field, aux))
+                fields.append(init(width=f.width, match="Match::" + f.match, partition=cbool(f.partition),
+                                   image_off=f.image_offset, value_off="offsetof(%s, %s)" % (rec, f.field),
+                                   aux_off=aux))
             o.append("inline constexpr FieldDesc f_%s[] = {\n    %s};\n" % (t.name, ",\n    ".join(fields)))
-        res = "nullptr"
+        res = "{}"
         if t.resource and t.resource_in_entries:
-            expr = ('"%s && \\"direct resource has no spec\\""' % meter_arg(t)) if t.meter_spec_argument else "nullptr"
-            o.append("inline constexpr ResourceDesc r_%s = {0x%x, %s};\n" % (t.name, t.resource.handle, expr))
-            res = "&r_" + t.name
+            res = init(handle="0x%x" % t.resource.handle, meter_spec=cbool(t.meter_spec_argument),
+                       spec_expr=('"%s && \\"direct resource has no spec\\""' % meter_arg(t))
+                       if t.meter_spec_argument else "nullptr")
         for a in t.actions:
-            o.append("inline constexpr TableActionDesc u_%s__%s = {0x%x, &a_%s, %d, %d};\n" % (
-                t.name, a.action.name, a.handle, a.action.name, a.tag, a.default_tag))
+            o.append("inline constexpr TableActionDesc u_%s__%s = %s;\n" % (t.name, a.action.name, init(
+                handle="0x%x" % a.handle, action="&a_" + a.action.name, tag=a.tag, default_tag=a.default_tag)))
         if t.actions:
             o.append("inline constexpr const TableActionDesc *ta_%s[] = {%s};\n" % (
                 t.name, ", ".join("&u_%s__%s" % (t.name, a.action.name) for a in t.actions)))
-        o.append("inline constexpr TableDesc t_%s = {0x%x, TableKind::%s, %d, %d, %s, %d, %s, %s, %d, %s};\n\n" % (
-            t.name, t.handle, t.kind, t.key_bits, t.key_bytes, "sizeof(%s)" % key_record(t) if t.key else "0",
-            len(t.key), "f_" + t.name if t.key else "nullptr", res, len(t.actions),
-            "ta_" + t.name if t.actions else "nullptr"))
+        o.append("inline constexpr TableDesc t_%s = %s;\n\n" % (t.name, init(
+            handle="0x%x" % t.handle, kind="TableKind::" + t.kind, key_bits=t.key_bits, key_bytes=t.key_bytes,
+            record_size="sizeof(%s)" % key_record(t) if t.key else "0", nfields=len(t.key),
+            fields="f_" + t.name if t.key else "nullptr", resource=res, nactions=len(t.actions),
+            actions="ta_" + t.name if t.actions else "nullptr")))
     o.append("}  // namespace cv::pd::desc\n")
     return "".join(o)
 

@@ -22,12 +22,14 @@ struct FieldDesc {
   uint16_t aux_off;
 };
 
-// A resource whose record entries of the table carry (a direct or indirect counter or meter).
+// The resource whose record a table's entries carry (a direct or indirect counter or meter). The
+// flags are plain booleans, never pointer tests, so that they stay constant expressions in every
+// build, sanitised ones included.
 struct ResourceDesc {
-  uint32_t handle;
-  // Hard-assertion expression of a direct meter whose spec is passed by the caller; null when the
-  // table takes no meter spec.
-  const char *spec_expr;
+  uint32_t handle = 0;      // 0: the table's entries carry no resource record
+  bool meter_spec = false;  // add, modify and default entries take the caller's meter spec
+  // Hard-assertion expression of a null meter spec on add; null when the table takes no spec.
+  const char *spec_expr = nullptr;
 };
 
 // One action parameter: width and offset of its member in the parameter record.
@@ -68,7 +70,7 @@ struct TableDesc {
   uint16_t record_size;  // of the caller's key record; 0 for a keyless table
   uint8_t nfields;
   const FieldDesc *fields;
-  const ResourceDesc *resource;  // null: entries carry no resource record
+  ResourceDesc resource;
   uint8_t nactions;              // 0 for a table bound to an action profile
   const TableActionDesc *const *actions;
 };

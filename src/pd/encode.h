@@ -277,17 +277,17 @@ CV_INLINE void fill_meter(pipe_meter_spec_t &m, const p4_pd_meter_spec_t &spec, 
 template <const TableDesc &T, const TableActionDesc &U, Family F>
 CV_INLINE void build_resources(pipe_action_spec_t &as, const void *params, const p4_pd_meter_spec_t *meter,
                                const char *function) {
-  if constexpr (T.resource != nullptr) {
+  if constexpr (T.resource.handle != 0) {
     pipe_res_spec_t &r = as.resources[0];
     as.resource_count = 1;
-    r.tbl_hdl = T.resource->handle;
+    r.tbl_hdl = T.resource.handle;
     if constexpr (U.action->index_param != kNoIndex) {
       uint32_t idx = Act<*U.action>::index_value(static_cast<const uint8_t *>(params));
       r.tbl_idx = F == Family::add ? (idx & 0xFFFFu) : idx;
     }
-    if constexpr (T.resource->spec_expr != nullptr) {
+    if constexpr (T.resource.meter_spec) {
       if (meter == nullptr) {
-        if constexpr (F == Family::add) CV_HARD_ASSERT(T.resource->spec_expr, function);
+        if constexpr (F == Family::add) CV_HARD_ASSERT(T.resource.spec_expr, function);
         if constexpr (F == Family::default_entry) r.tag = U.default_tag;
         return;
       }

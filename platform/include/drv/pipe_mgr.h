@@ -166,6 +166,167 @@ typedef void (*pipe_mat_update_cb)(bf_dev_id_t dev_id, pipe_mat_tbl_hdl_t mat_tb
 pipe_status_t pipe_register_mat_update_cb(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id,
                                           pipe_mat_tbl_hdl_t mat_tbl_hdl, pipe_mat_update_cb cb, void *cookie);
 
+/* ==== Action profiles: action data tables (members) and selector tables (groups) ====
+ *
+ * An action profile is an action data table, whose entries are members (an action handle and its
+ * action data), fronted by a selector table, whose entries are groups of those members. A match
+ * table bound to the profile holds entries that point at one member (action_data_type
+ * PIPE_ACTION_MBR_TYPE, member_hdl) or one group (PIPE_ACTION_GRP_TYPE, group_hdl). Member and
+ * group handles are issued by the driver. */
+
+typedef uint32_t pipe_adt_tbl_hdl_t;
+typedef uint32_t pipe_sel_tbl_hdl_t;
+
+/* Whether a member of a group takes part in selection. */
+typedef uint32_t pipe_sel_grp_mbr_state_t;
+enum { PIPE_SEL_GRP_MBR_STATE_ACTIVE = 0, PIPE_SEL_GRP_MBR_STATE_INACTIVE = 1 };
+
+/* ---- Members ---- */
+
+/* Adds a member: an action handle and the action data of *action_spec (its image and counts; its
+ * resource records, if any). mat_tbl_hdl names a match table the member is meant for, 0 for any.
+ * Writes the new member's handle through adt_ent_hdl_p. */
+pipe_status_t pipe_mgr_adt_ent_add(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tgt, pipe_adt_tbl_hdl_t adt_tbl_hdl,
+                                   pipe_act_fn_hdl_t act_fn_hdl, pipe_mat_tbl_hdl_t mat_tbl_hdl,
+                                   pipe_action_spec_t *action_spec, pipe_adt_ent_hdl_t *adt_ent_hdl_p,
+                                   uint32_t pipe_api_flags);
+/* Replaces a member's action handle and action data. */
+pipe_status_t pipe_mgr_adt_ent_set(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id, pipe_adt_tbl_hdl_t adt_tbl_hdl,
+                                   pipe_adt_ent_hdl_t adt_ent_hdl, pipe_act_fn_hdl_t act_fn_hdl,
+                                   pipe_action_spec_t *action_spec, uint32_t pipe_api_flags);
+pipe_status_t pipe_mgr_adt_ent_del(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id, pipe_adt_tbl_hdl_t adt_tbl_hdl,
+                                   pipe_adt_ent_hdl_t adt_ent_hdl, uint32_t pipe_api_flags);
+
+/* Reads a member: its action handle, and its image into adt_data_spec->action_data_bytes, whose
+ * capacity the caller gives in adt_data_spec->num_action_data_bytes. */
+pipe_status_t pipe_mgr_get_action_data_entry(pipe_adt_tbl_hdl_t adt_tbl_hdl, dev_target_t dev_tgt,
+                                             pipe_adt_ent_hdl_t adt_ent_hdl,
+                                             pipe_action_data_spec_t *adt_data_spec,
+                                             pipe_act_fn_hdl_t *act_fn_hdl_p, bool from_hw);
+
+/* ---- Groups ---- */
+
+/* Creates an empty group of at most max_grp_size members. mat_tbl_hdl names a match table the
+ * group is meant for (0 for any); grp_id is a caller's id for the group (0xdeadbeef for none). */
+pipe_status_t pipe_mgr_sel_grp_add(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tgt, pipe_sel_tbl_hdl_t sel_tbl_hdl,
+                                   pipe_mat_tbl_hdl_t mat_tbl_hdl, uint32_t max_grp_size, uint32_t grp_id,
+                                   pipe_sel_grp_hdl_t *sel_grp_hdl_p, uint32_t pipe_api_flags);
+/* Deletes a group, with whatever members it still holds. */
+pipe_status_t pipe_mgr_sel_grp_del(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id, pipe_sel_tbl_hdl_t sel_tbl_hdl,
+                                   pipe_sel_grp_hdl_t sel_grp_hdl, uint32_t pipe_api_flags);
+/* Adds a member, whose action handle the caller gives, to a group; it joins active. */
+pipe_status_t pipe_mgr_sel_grp_mbr_add(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id, pipe_sel_tbl_hdl_t sel_tbl_hdl,
+                                       pipe_sel_grp_hdl_t sel_grp_hdl, pipe_act_fn_hdl_t act_fn_hdl,
+                                       pipe_adt_ent_hdl_t adt_ent_hdl, uint32_t pipe_api_flags);
+pipe_status_t pipe_mgr_sel_grp_mbr_del(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id, pipe_sel_tbl_hdl_t sel_tbl_hdl,
+                                       pipe_sel_grp_hdl_t sel_grp_hdl, pipe_adt_ent_hdl_t adt_ent_hdl,
+                                       uint32_t pipe_api_flags);
+/* A member of a group joins (enable) or leaves (disable) selection while staying in the group. */
+pipe_status_t pipe_mgr_sel_grp_mbr_enable(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id,
+                                          pipe_sel_tbl_hdl_t sel_tbl_hdl, pipe_sel_grp_hdl_t sel_grp_hdl,
+                                          pipe_adt_ent_hdl_t adt_ent_hdl, uint32_t pipe_api_flags);
+pipe_status_t pipe_mgr_sel_grp_mbr_disable(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id,
+                                           pipe_sel_tbl_hdl_t sel_tbl_hdl, pipe_sel_grp_hdl_t sel_grp_hdl,
+                                           pipe_adt_ent_hdl_t adt_ent_hdl, uint32_t pipe_api_flags);
+pipe_status_t pipe_mgr_sel_grp_mbr_state_get(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id,
+                                             pipe_sel_tbl_hdl_t sel_tbl_hdl, pipe_sel_grp_hdl_t sel_grp_hdl,
+                                             pipe_adt_ent_hdl_t adt_ent_hdl, pipe_sel_grp_mbr_state_t *mbr_state_p);
+/* The member a hash value picks among the group's active members. */
+pipe_status_t pipe_mgr_sel_grp_mbr_get_from_hash(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id,
+                                                 pipe_sel_tbl_hdl_t sel_tbl_hdl, pipe_sel_grp_hdl_t sel_grp_hdl,
+                                                 uint8_t *hash, uint32_t hash_len,
+                                                 pipe_adt_ent_hdl_t *adt_ent_hdl_p);
+/* The number of members now in a group, active or not. */
+pipe_status_t pipe_mgr_get_sel_grp_mbr_count(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id,
+                                             pipe_sel_tbl_hdl_t sel_tbl_hdl, pipe_sel_grp_hdl_t sel_grp_hdl,
+                                             uint32_t *count_p);
+/* Up to mbrs_size members of a group, with one state byte each (a pipe_sel_grp_mbr_state_t value);
+ * writes how many it filled. */
+pipe_status_t pipe_mgr_sel_grp_mbrs_get(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id, pipe_sel_tbl_hdl_t sel_tbl_hdl,
+                                        pipe_sel_grp_hdl_t sel_grp_hdl, uint32_t mbrs_size,
+                                        pipe_adt_ent_hdl_t *mbrs, uint8_t *mbr_states, uint32_t *mbrs_populated,
+                                        uint32_t pipe_api_flags);
+/* The member that serves a group of the table with no active member, on a pipe (or all pipes). */
+pipe_status_t pipe_mgr_sel_fallback_mbr_set(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tgt,
+                                            pipe_sel_tbl_hdl_t sel_tbl_hdl, pipe_adt_ent_hdl_t adt_ent_hdl,
+                                            uint32_t pipe_api_flags);
+pipe_status_t pipe_mgr_sel_fallback_mbr_reset(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tgt,
+                                              pipe_sel_tbl_hdl_t sel_tbl_hdl, uint32_t pipe_api_flags);
+
+/* Walks of a group's members. Walks of a profile's members and groups, and their counts, go
+ * through pipe_mgr_get_first_entry_handle, pipe_mgr_get_next_entry_handles and
+ * pipe_mgr_get_entry_count with the action data or selector table handle. */
+pipe_status_t pipe_mgr_get_first_group_member(pipe_sess_hdl_t sess_hdl, pipe_sel_tbl_hdl_t sel_tbl_hdl,
+                                              bf_dev_id_t dev_id, pipe_sel_grp_hdl_t sel_grp_hdl,
+                                              pipe_adt_ent_hdl_t *adt_ent_hdl_p);
+pipe_status_t pipe_mgr_get_next_group_members(pipe_sess_hdl_t sess_hdl, pipe_sel_tbl_hdl_t sel_tbl_hdl,
+                                              bf_dev_id_t dev_id, pipe_sel_grp_hdl_t sel_grp_hdl,
+                                              pipe_adt_ent_hdl_t adt_ent_hdl, int n,
+                                              pipe_adt_ent_hdl_t *next_adt_ent_hdls);
+
+/* Active members by selector word, on a pipe. */
+pipe_status_t pipe_mgr_get_word_llp_active_member_count(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tgt,
+                                                        pipe_sel_tbl_hdl_t sel_tbl_hdl, uint32_t word_index,
+                                                        uint32_t *count_p);
+pipe_status_t pipe_mgr_get_word_llp_active_members(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tgt,
+                                                   pipe_sel_tbl_hdl_t sel_tbl_hdl, uint32_t word_index,
+                                                   uint32_t count, pipe_adt_ent_hdl_t *mbrs);
+
+/* ---- Update callbacks ---- */
+
+/* Called for each member that joins (is_add true) or leaves a group of the selector table. */
+typedef void (*pipe_sel_tbl_update_cb)(bf_dev_id_t dev_id, pipe_sel_tbl_hdl_t sel_tbl_hdl,
+                                       pipe_sel_grp_hdl_t sel_grp_hdl, pipe_adt_ent_hdl_t adt_ent_hdl,
+                                       bool is_add, void *cookie);
+pipe_status_t pipe_mgr_sel_tbl_register_cb(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id,
+                                           pipe_sel_tbl_hdl_t sel_tbl_hdl, pipe_sel_tbl_update_cb cb,
+                                           void *cookie);
+
+typedef enum pipe_adt_update_type {
+  PIPE_ADT_UPDATE_ADD = 0,
+  PIPE_ADT_UPDATE_SET = 1,
+  PIPE_ADT_UPDATE_DEL = 2
+} pipe_adt_update_type_t;
+
+typedef void (*pipe_adt_update_cb)(bf_dev_id_t dev_id, pipe_adt_tbl_hdl_t adt_tbl_hdl,
+                                   pipe_adt_update_type_t update_type, pipe_adt_ent_hdl_t adt_ent_hdl,
+                                   pipe_act_fn_hdl_t act_fn_hdl, void *cookie);
+pipe_status_t pipe_register_adt_update_cb(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id,
+                                          pipe_adt_tbl_hdl_t adt_tbl_hdl, pipe_adt_update_cb cb, void *cookie);
+
+typedef enum pipe_sel_update_type {
+  PIPE_SEL_UPDATE_GROUP_CREATE = 0,
+  PIPE_SEL_UPDATE_GROUP_DESTROY = 1,
+  PIPE_SEL_UPDATE_ADD = 2,
+  PIPE_SEL_UPDATE_DEL = 3,
+  PIPE_SEL_UPDATE_ACTIVATE = 4,
+  PIPE_SEL_UPDATE_DEACTIVATE = 5,
+  PIPE_SEL_UPDATE_SET_FALLBACK = 6,
+  PIPE_SEL_UPDATE_CLEAR_FALLBACK = 7
+} pipe_sel_update_type_t;
+
+typedef void (*pipe_sel_update_cb)(bf_dev_id_t dev_id, pipe_sel_tbl_hdl_t sel_tbl_hdl,
+                                   pipe_sel_update_type_t update_type, pipe_sel_grp_hdl_t sel_grp_hdl,
+                                   pipe_adt_ent_hdl_t adt_ent_hdl, void *cookie);
+pipe_status_t pipe_register_sel_update_cb(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id,
+                                          pipe_sel_tbl_hdl_t sel_tbl_hdl, pipe_sel_update_cb cb, void *cookie);
+
+/* ---- Hitless restart ---- */
+
+/* One replayed fact of a profile: a member (group 0), a group (member 0) or a membership (both).
+ * act_fn_hdl is the member's action handle (0 for a group); res_indicator is not 0 when the
+ * member carries resources. */
+typedef void (*pipe_adt_sel_restore_cb)(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id,
+                                        pipe_adt_tbl_hdl_t adt_tbl_hdl, pipe_act_fn_hdl_t act_fn_hdl,
+                                        pipe_sel_grp_hdl_t sel_grp_hdl, pipe_adt_ent_hdl_t adt_ent_hdl,
+                                        uint32_t res_indicator);
+
+/* Replays, into cb and before it returns, every member, then every group, then every membership
+ * that the driver keeps for a device's profiles. */
+pipe_status_t pipe_mgr_hitless_ha_restore_virtual_dev_state(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id,
+                                                            bf_dev_pipe_t pipe_id, uint32_t arg3, uint32_t arg4,
+                                                            pipe_adt_sel_restore_cb cb);
+
 #ifdef __cplusplus
 }
 #endif
