@@ -10,49 +10,6 @@ from typing import Optional
 
 PREFIX = "p4_pd_corvin_switch_"
 
-# Figures of the program. The rows must add up to these.
-FIGURES = {
-    "tables": 226,
-    "kinds": {"exact": 131, "ternary": 49, "lpm": 30, "keyless": 16},
-    "groups": {"A ingress": 107, "A egress": 54, "B ingress": 65},
-    "entry_tables": 204,
-    "profile_tables": 6,
-    "key_fields": 636,
-    "ternary_fields": 264,
-    "lpm_fields": 30,
-    "partition_tables": 14,
-    "actions": 375,
-    "actions_with_params": 211,
-    "actions_of_tables": 364,
-    "pairs": 605,
-    "entry_pairs": 589,
-    "default_pairs": 248,
-    "default_tables": 219,
-    "profiles": 6,
-    "profile_member_actions": 16,
-    "counters": {"direct": 26, "indirect": 2},
-    "meters": {"direct": 1, "indirect": 6},
-    "meter_units": {"bytes": 5, "packets": 2},
-    "registers": 4,
-    "idle_time_tables": 4,
-    "digests": 2,
-    "value_sets": 8,
-    "hashes": 13,
-    "record_order_tables": 24,
-    "reserved_tables": 9,
-    "index_actions": 6,
-}
-
-# Table handle ranges of the three groups, and running numbers that belong to no table.
-GROUP_RANGES = {
-    "A ingress": (0x1000001, 0x1000071),
-    "A egress": (0x1000072, 0x10000A9),
-    "B ingress": (0x21010002, 0x2101004C),
-}
-UNUSED_TABLE_NUMBERS = {
-    0x01000000: {0x2, 0x59, 0x61, 0x65, 0x69, 0x6F, 0x85, 0xA6},
-    0x21010000: {0x1, 0x4, 0x11, 0x15, 0x18, 0x1C, 0x1F, 0x23, 0x25, 0x34, 0x42},
-}
 HINTS = {"mac", "v4addr", "v6addr", "port", "vport", "dec"}
 
 
@@ -202,8 +159,46 @@ class Profile:
 
 
 @dataclass
+class Group:
+    name: str
+    pipeline: str
+    first: int
+    last: int
+
+
+class HandleSpaces:
+    """The catalog's handle spaces: the high 16 bits each kind of handle may have."""
+
+    def __init__(self, raw):
+        self.raw = raw
+
+    def highs(self, kind, pipeline=None):
+        """The high words a handle of this kind may have: of one pipeline, or of any."""
+        space = self.raw.get(kind, {})
+        if pipeline is not None and pipeline in space:
+            return {space[pipeline]}
+        return set(space.values())
+
+    def holds(self, kind, handle, pipeline=None):
+        return handle >> 16 in self.highs(kind, pipeline)
+
+    def last_action(self, pipeline):
+        return self.raw["last_action"][pipeline]
+
+    def unused_table_numbers(self, pipeline):
+        return set(self.raw["unused_table_numbers"].get(pipeline, []))
+
+    def value_set_numbers(self):
+        lo, hi = self.raw["value_set_numbers"]
+        return range(lo, hi + 1)
+
+
+@dataclass
 class Catalog:
     program: str
+    figures: dict
+    groups: dict
+    spaces: HandleSpaces
     tables: list
     actions: list
     profiles: list
@@ -216,6 +211,10 @@ class Catalog:
 
     def table(self, name):
         return self._tables[name]
+
+    def pipeline(self, t):
+        """The pipeline of a table, by its group."""
+        return self.groups[t.group].pipeline
 
     def action(self, name):
         return self._actions[name]
@@ -293,7 +292,8 @@ def build(raw):
     profiles = [Profile(p["name"], p["action_data_table"], p["selector"], p["table"], p["block"], p["sentence"],
                         [(by_action[m["action"]], m["handle"]) for m in p["members"]])
                 for p in raw.get("profile", [])]
-    cat = Catalog(raw["program"], tables, sorted(actions, key=lambda a: a.number), profiles, counters, meters,
+    groups = {g["name"]: Group(g["name"], g["pipeline"], g["first"], g["last"]) for g in raw.get("group", [])}
+    cat = Catalog(raw["program"], raw.get("figures", {}), groups, HandleSpaces(raw.get("handle_space", {})), tables, sorted(actions, key=lambda a: a.number), profiles, counters, meters,
                   raw.get("register", []), raw.get("digest", []), raw.get("value_set", []), raw.get("hash", []))
     cat._tables = {t.name: t for t in tables}
     cat._actions = by_action
@@ -310,7 +310,7 @@ def validate_rows(cat):
         names.add(t.name)
         _check(t.handle not in handles, "%s: table handle 0x%x used twice" % (t.name, t.handle))
         handles.add(t.handle)
-        _check(t.group in GROUP_RANGES, "%s: unknown group %r" % (t.name, t.group))
+        _check(t.group in cat.groups, "%s: unknown group %r" % (t.name, t.group))
         kinds = {f.match for f in t.key}
         _check(kinds <= {"exact", "ternary", "lpm"}, "%s: unknown match kind" % t.name)
         kind = ("keyless" if not t.key else "ternary" if "ternary" in kinds
@@ -375,12 +375,15 @@ def validate_rows(cat):
     for p in cat.profiles:
         _check(p.table in cat._tables and cat._tables[p.table].profile == p.name,
                "profile %s: table %s is not bound to it" % (p.name, p.table))
+    validate_handles(cat)
 
 
-def validate_figures(cat, fig=FIGURES):
+def validate_figures(cat, fig=None):
     """The rows must add up to the program's figures, and its handles lie in their spaces."""
     def eq(what, got, want):
         _check(got == want, "%s: the rows give %r, the program has %r" % (what, got, want))
+
+    fig = fig if fig is not None else cat.figures
 
     T = cat.tables
     eq("tables", len(T), fig["tables"])
@@ -414,30 +417,38 @@ def validate_figures(cat, fig=FIGURES):
     eq("key records in their own order", sum(1 for t in T if t.record_order), fig["record_order_tables"])
     eq("key records with reserved bytes", sum(1 for t in T if t.reserved), fig["reserved_tables"])
     eq("index-bearing actions", sum(1 for r in cat.counters + cat.meters if r.index_action), fig["index_actions"])
-    # Handle spaces.
-    for t in T:
-        lo, hi = GROUP_RANGES[t.group]
-        _check(lo <= t.handle <= hi, "%s: handle 0x%x outside %s" % (t.name, t.handle, t.group))
-        _check(t.handle & 0xFFFF not in UNUSED_TABLE_NUMBERS[t.handle & 0xFFFF0000],
+
+
+def validate_handles(cat):
+    """Every handle lies in its space: the kind and pipeline its high bits say, a table's within its
+    group's range and not a number that no table has."""
+    sp = cat.spaces
+    for t in cat.tables:
+        g = cat.groups[t.group]
+        _check(g.first <= t.handle <= g.last, "%s: handle 0x%x outside %s" % (t.name, t.handle, t.group))
+        _check(sp.holds("table", t.handle, g.pipeline), "%s: handle 0x%x outside the table space" % (t.name, t.handle))
+        _check(t.handle & 0xFFFF not in sp.unused_table_numbers(g.pipeline),
                "%s: handle 0x%x is a number no table has" % (t.name, t.handle))
-        pipe_b = t.group == "B ingress"
         for a in t.actions:
-            _check(a.handle <= (0x200000E8 if pipe_b else 0x200001A9), "%s: action handle 0x%x" % (t.name, a.handle))
+            _check(sp.holds("action", a.handle) and a.handle <= sp.last_action(g.pipeline),
+                   "%s: action handle 0x%x outside the action space" % (t.name, a.handle))
     for p in cat.profiles:
-        b = cat.table(p.table).group == "B ingress"
-        _check(p.action_data_table >> 16 == (0x2201 if b else 0x0200), "%s: action data table handle" % p.name)
-        _check(p.selector >> 16 == (0x2301 if b else 0x0300), "%s: selector handle" % p.name)
+        pipe = cat.pipeline(cat.table(p.table))
+        _check(sp.holds("action_data_table", p.action_data_table, pipe), "%s: action data table handle" % p.name)
+        _check(sp.holds("selector", p.selector, pipe), "%s: selector handle" % p.name)
+        for a, h in p.members:
+            _check(sp.holds("action", h) and h <= sp.last_action(pipe), "%s: member action handle 0x%x" % (p.name, h))
     for r in cat.counters + cat.meters:
-        b = cat.table(r.table).group == "B ingress"
-        space = {("counter", False): 0x0400, ("counter", True): 0x2401, ("meter", False): 0x0500, ("meter", True): 0x2501}
-        _check(r.handle >> 16 == space[(r.kind, b)], "%s: handle 0x%x outside its space" % (r.name, r.handle))
+        _check(sp.holds(r.kind, r.handle, cat.pipeline(cat.table(r.table))),
+               "%s: handle 0x%x outside its space" % (r.name, r.handle))
     for r in cat.registers:
-        _check(r["handle"] >> 16 == 0x0600, "%s: register handle" % r["name"])
+        _check(sp.holds("register", r["handle"]), "%s: register handle" % r["name"])
     for h in cat.hashes:
-        _check(h["handle"] >> 16 == 0x0800 and h["input"] >> 16 == 0x2100 and h["algorithm"] >> 16 == 0x2300,
-               "%s: hash handles" % h["name"])
+        _check(sp.holds("hash", h["handle"]) and sp.holds("hash_input", h["input"])
+               and sp.holds("hash_algorithm", h["algorithm"]), "%s: hash handles" % h["name"])
     for d in cat.digests:
-        _check(d["handle"] >> 16 == 0x0900, "%s: digest handle" % d["name"])
+        _check(sp.holds("digest", d["handle"]), "%s: digest handle" % d["name"])
         _check(sum(f["bytes"] for f in d["fields"]) == d["entry_bytes"], "%s: entry size" % d["name"])
     for v in cat.value_sets:
-        _check(v["handle"] & ~0x20000000 in range(0x100, 0x200), "%s: value set handle" % v["name"])
+        _check(sp.holds("value_set", v["handle"]) and v["handle"] & 0xFFFF in sp.value_set_numbers(),
+               "%s: value set handle" % v["name"])

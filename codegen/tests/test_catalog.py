@@ -88,6 +88,13 @@ class WrongRows(unittest.TestCase):
     def test_handle_of_a_number_no_table_has(self):
         self.assertRejected(lambda r: table(r, "l2Lookup").update(handle=0x1000002), figures=True)
 
+    def test_profile_handle_in_the_other_pipelines_space(self):
+        self.assertRejected(lambda r: next(p for p in r["profile"] if p["name"] == "ecmpMemberActionProfile")
+                            .update(action_data_table=0x200000e))
+
+    def test_figures_are_the_catalogs_own(self):
+        self.assertRejected(lambda r: r["figures"].update(key_fields=637), figures=True)
+
     def test_a_missing_entry_action_breaks_the_figures(self):
         self.assertRejected(lambda r: table(r, "l2Lookup")["actions"].pop(0), figures=True)
 
