@@ -40,6 +40,28 @@ def expected(cat):
     for a in cat["action"]:
         if a.get("params"):
             names.add("unbuild_action_spec_" + a["name"])
+    names |= {P + "restore_virtual_dev_state", P + "ha_restore_state_from_adt_sel"}
+    for p in cat["profile"]:
+        n = P + p["name"]
+        for m in p["members"]:
+            names |= {"%s_add_member_with_%s" % (n, m["action"]), "%s_modify_member_with_%s" % (n, m["action"])}
+        names |= {n + s for s in (
+            "_del_member", "_register_callback", "_create_group", "_del_group", "_add_member_to_group",
+            "_del_member_from_group", "_group_member_state_set", "_group_member_state_get",
+            "_group_member_get_from_hash", "_set_dynamic_action_selection_fallback_member",
+            "_reset_dynamic_action_selection_fallback_member", "_sel_track_updates", "_get_member",
+            "_get_first_member", "_get_next_members", "_get_first_group", "_get_next_groups",
+            "_get_first_group_member", "_get_next_group_members", "_get_act_prof_entry_count",
+            "_get_selector_group_count", "_get_selector_group_member_count", "_get_word_llp_active_member_count",
+            "_get_word_llp_active_members", "_register_adt_update_cb", "_register_sel_update_cb",
+            "_get_adt_table_handle", "_get_sel_table_handle")}
+    for t in cat["table"]:
+        if t.get("profile"):
+            n = P + t["name"]
+            names |= {n + s for s in (
+                "_add_entry", "_add_entry_with_selector", "_modify_entry", "_modify_entry_with_selector",
+                "_modify_entry_by_match_spec", "_modify_entry_with_selector_by_match_spec", "_set_default_entry",
+                "_set_default_entry_with_selector")}
     return names
 
 

@@ -82,10 +82,52 @@ class Fixture(unittest.TestCase):
     def test_descriptors_carry_the_exceptions(self):
         with open(os.path.join(self.out, "src", "catalog_desc.h")) as f:
             d = f.read()
-        self.assertIn("Match::exact, true, 0,", d)                 # the partition field
-        self.assertIn("a_metered = {2, 32, 4, sizeof(p4_pd_corvin_switch_metered_action_spec_t), 1, "
-                      "p_metered, 0, false, 0x5000001}", d)        # index-bearing, image zero
-        self.assertIn("u_ordered__miss = {0x20000007, &a_miss, 2, 2}", d)
+        self.assertIn(".match = Match::exact, .partition = true, .image_off = 0,", d)  # the partition field
+        self.assertIn("a_metered = {.number = 2, .data_bits = 32, .data_bytes = 4, "
+                      ".record_size = sizeof(p4_pd_corvin_switch_metered_action_spec_t), .nparams = 1, "
+                      ".params = p_metered, .index_param = 0, .index_in_image = false, "
+                      ".index_resource = 0x5000001}", d)           # index-bearing, image zero
+        self.assertIn("u_ordered__miss = {.handle = 0x20000007, .action = &a_miss, .tag = 2, .default_tag = 2}", d)
+        self.assertIn("prof_prof = {.adt_handle = 0x2000010, .sel_handle = 0x3000001, .index = 0, "
+                      ".nmembers = 2, .members = pm_prof}", d)
+
+    def test_profile_families_follow_the_naming_rules(self):
+        with open(os.path.join(self.out, "include", "corvin_switch", "pd_profiles.h")) as f:
+            h = f.read()
+        p = "p4_pd_corvin_switch_"
+        self.assertIn(p + "prof_add_member_with_hit(p4_pd_sess_hdl_t sess_hdl, p4_pd_dev_target_t dev_tgt, "
+                      + p + "hit_action_spec_t *action_spec, p4_pd_mbr_hdl_t *mbr_hdl)", h)
+        self.assertIn(p + "prof_add_member_with_miss(p4_pd_sess_hdl_t sess_hdl, p4_pd_dev_target_t dev_tgt, "
+                      "p4_pd_mbr_hdl_t *mbr_hdl)", h)      # no record for an action without parameters
+        self.assertIn(p + "bound_add_entry_with_selector(p4_pd_sess_hdl_t sess_hdl, p4_pd_dev_target_t dev_tgt, "
+                      + p + "bound_match_spec_t *match_spec, uint32_t priority, p4_pd_grp_hdl_t grp_hdl, "
+                      "p4_pd_entry_hdl_t *entry_hdl)", h)  # a ternary table's priority
+        self.assertIn(p + "bound_set_default_entry(p4_pd_sess_hdl_t sess_hdl, p4_pd_dev_target_t dev_tgt, "
+                      "p4_pd_mbr_hdl_t mbr_hdl, p4_pd_entry_hdl_t *entry_hdl)", h)  # no key, no priority
+        self.assertIn(p + "prof_sel_track_updates(uint32_t dev_id, p4_pd_sel_tbl_update_cb cb, void *cookie)", h)
+        with open(os.path.join(self.out, "include", "corvin_switch", "pd_tables.h")) as f:
+            t = f.read()
+        self.assertNotIn("bound_table_add_with", t)
+        self.assertIn(p + "bound_get_entry(p4_pd_sess_hdl_t sess_hdl, uint32_t dev_id, p4_pd_entry_hdl_t entry_hdl, "
+                      "uint8_t read_from_hw, " + p + "bound_match_spec_t *match_spec, uint32_t *priority, "
+                      "uint8_t *is_member, uint8_t *is_group, p4_pd_grp_hdl_t *grp_hdl, p4_pd_mbr_hdl_t *mbr_hdl, "
+                      "uint8_t *is_default_entry)", t)
+
+    def test_glue_is_spread_over_the_files_asked_for(self):
+        out = tempfile.mkdtemp()
+        try:
+            subprocess.run(["python3", GENERATE, FIXTURE, out, "--no-figures", "--glue-files", "3"], check=True)
+            glue = sorted(f for f in os.listdir(os.path.join(out, "src")) if f.startswith("glue_"))
+            self.assertEqual(glue, ["glue_0.cpp", "glue_1.cpp", "glue_2.cpp"])
+            bodies = []
+            for g in glue:
+                with open(os.path.join(out, "src", g)) as f:
+                    bodies.append(f.read())
+            # Each export once, in one file: the subjects spread, none is split.
+            for name in ("wide_table_add_with_hit(", "prof_del_group(", "bound_add_entry("):
+                self.assertEqual(sum(b.count(name) for b in bodies), 1, name)
+        finally:
+            shutil.rmtree(out)
 
     def test_dump_names_the_exceptions(self):
         out = subprocess.run(["python3", GENERATE, FIXTURE, "--no-figures", "--dump", "ordered"],

@@ -8,6 +8,7 @@
 #include "corvin_switch/pd_records.h"  /* generated from the catalog */
 #include "corvin_switch/pd_tables.h"   /* generated from the catalog */
 #include "corvin_switch/pd_decoders.h" /* generated from the catalog */
+#include "corvin_switch/pd_profiles.h" /* generated from the catalog */
 
 #ifdef __cplusplus
 extern "C" {
@@ -24,6 +25,20 @@ P4_PD_EXPORT void p4_pd_corvin_switch_init(void);
 P4_PD_EXPORT p4_pd_status_t p4_pd_corvin_switch_cleanup(void);
 /* Does nothing. */
 P4_PD_EXPORT void p4_pd_corvin_switch_device_state_cleanup(void);
+
+/* After a hitless restart: asks the driver to replay every member, group and membership of the
+ * program's action profiles into p4_pd_corvin_switch_ha_restore_state_from_adt_sel, which rebuilds
+ * the member-selector state from them. The five words go to the driver unchanged; returns its
+ * status. */
+P4_PD_EXPORT p4_pd_status_t p4_pd_corvin_switch_restore_virtual_dev_state(p4_pd_sess_hdl_t sess_hdl, uint32_t dev_id,
+                                                                          uint32_t pipe_id, uint32_t arg3,
+                                                                          uint32_t arg4);
+/* One replayed fact: a member (group 0), a group (member 0) or a membership (both handles), of the
+ * profile whose action data table handle is adt_tbl_hdl. Unknown tables are ignored. */
+P4_PD_EXPORT void p4_pd_corvin_switch_ha_restore_state_from_adt_sel(p4_pd_sess_hdl_t sess_hdl, uint32_t dev_id,
+                                                                    uint32_t adt_tbl_hdl, uint32_t act_fn_hdl,
+                                                                    p4_pd_grp_hdl_t grp_hdl, p4_pd_mbr_hdl_t mbr_hdl,
+                                                                    uint32_t res_indicator);
 
 #ifdef __cplusplus
 }

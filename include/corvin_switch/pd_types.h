@@ -65,6 +65,19 @@ typedef uint32_t p4_pd_tbl_prop_args_t;
 /* Called by the driver when an entry of the table changes; registered per device and table. */
 typedef pipe_mat_update_cb p4_pd_mat_update_cb;
 
+/* Whether a member of a selector group takes part in selection. */
+typedef enum p4_pd_grp_mbr_state {
+  P4_PD_GRP_MBR_STATE_ACTIVE = 0,
+  P4_PD_GRP_MBR_STATE_INACTIVE = 1
+} p4_pd_grp_mbr_state_e;
+
+/* Called by the driver when a member joins or leaves a group of a profile's selector. */
+typedef pipe_sel_tbl_update_cb p4_pd_sel_tbl_update_cb;
+/* Called by the driver when a member of a profile is added, changed or deleted. */
+typedef pipe_adt_update_cb p4_pd_adt_update_cb;
+/* Called by the driver when a group of a profile's selector, or its membership, changes. */
+typedef pipe_sel_update_cb p4_pd_sel_update_cb;
+
 #ifdef __cplusplus
 }
 #endif

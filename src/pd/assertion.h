@@ -17,7 +17,9 @@ enum class Soft : uint8_t {
   pre_color,     // a colour-aware meter type requested where pre-colouring is absent
 };
 
+// The library's own statuses: an internal inconsistency, and an allocation that failed.
 inline constexpr uint32_t kStatusInconsistent = 15;
+inline constexpr uint32_t kStatusNoMemory = 2;
 
 // In debug mode: logs a backtrace and ends the process. Otherwise logs one line and returns 15.
 uint32_t soft_assert(Soft which, const char *file, int line, const char *function);

@@ -75,6 +75,22 @@ struct TableDesc {
   const TableActionDesc *const *actions;
 };
 
+// An action as a member of one action profile: its handle there.
+struct MemberDesc {
+  uint32_t handle;
+  const ActionDesc *action;
+};
+
+// An action profile: its action data and selector tables, its place in the library's canonical
+// order (which names its member-selector state) and its member actions.
+struct ProfileDesc {
+  uint32_t adt_handle;
+  uint32_t sel_handle;
+  uint8_t index;
+  uint8_t nmembers;
+  const MemberDesc *const *members;
+};
+
 constexpr uint16_t image_bytes(uint16_t width) { return static_cast<uint16_t>((width + 7) / 8); }
 
 // Capacity of the action image buffer handed to the driver on read-back.

@@ -303,6 +303,8 @@ CV_INLINE void build_resources(pipe_action_spec_t &as, const void *params, const
 }
 
 inline dev_target_t driver_target(p4_pd_dev_target_t t) { return dev_target_t{t.device_id, t.dev_pipe_id}; }
+// The target of a call that names a driver-issued handle: the device, all its pipes.
+inline dev_target_t all_pipes(uint32_t dev) { return dev_target_t{dev, BF_DEV_PIPE_ALL}; }
 
 // A driver match record with its images, built from a key record for one call.
 template <const TableDesc &T>

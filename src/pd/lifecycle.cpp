@@ -4,27 +4,26 @@
 #include <cjson/cJSON.h>
 
 #include "assertion.h"
-#include "program.h"
+#include "state.h"
 
 extern "C" {
 #include "corvin_switch/pd.h"
 #include "drv/bf_drv.h"
-#include "drv/pd_ms.h"
 }
 
 uint32_t bf_drv_hdl = 0;
 
 namespace cv::pd {
+
+p4_pd_ms_state_t *ms_states[kProfileCount];
+
 namespace {
 
 constexpr const char *kClientName = "p4_pd_corvin_switch_pd";
 constexpr bf_drv_client_prio_t kClientPrio = 2;
 
-// Member-selector state of each action profile, in the canonical profile order.
-decltype(p4_pd_ms_init_state()) ms_state[kProfileCount];
-
 bf_status_t dev_remove(bf_dev_id_t dev) {
-  for (auto *state : ms_state) p4_pd_ms_destroy_state_for_dev(state, dev);
+  for (auto *state : ms_states) p4_pd_ms_destroy_state_for_dev(state, dev);
   p4_pd_ms_destroy_txn_state_for_dev(dev);
   return 0;
 }
@@ -37,7 +36,7 @@ bf_status_t dev_log(bf_dev_id_t dev, cJSON *root) {
     cJSON *profile = cJSON_CreateObject();
     cJSON_AddItemToArray(profiles, profile);
     cJSON_AddStringToObject(profile, "name", kProfileNames[i]);
-    p4_pd_ms_log_state(dev, ms_state[i], profile);
+    p4_pd_ms_log_state(dev, ms_states[i], profile);
   }
   return 0;
 }
@@ -48,7 +47,7 @@ bf_status_t dev_restore(bf_dev_id_t dev, cJSON *root) {
   for (cJSON *element = cJSON_GetObjectItem(root, "act_profs")->child; element; element = element->next) {
     for (size_t i = 0; i < kProfileCount; ++i) {
       if (std::strcmp(cJSON_GetObjectItem(element, "name")->valuestring, kProfileNames[i]) == 0) {
-        p4_pd_ms_restore_state(dev, ms_state[i], element);
+        p4_pd_ms_restore_state(dev, ms_states[i], element);
       }
     }
   }
@@ -63,7 +62,7 @@ extern "C" {
 void p4_pd_corvin_switch_init(void) {
   using namespace cv::pd;
   p4_pd_ms_init();
-  for (auto &state : ms_state) state = p4_pd_ms_init_state();
+  for (auto &state : ms_states) state = p4_pd_ms_init_state();
   bf_status_t r = bf_drv_register(kClientName, &bf_drv_hdl);
   if (r != BF_SUCCESS) CV_HARD_ASSERT("r == BF_SUCCESS", __func__);
   bf_drv_client_callbacks_t callbacks;

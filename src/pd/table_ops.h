@@ -10,8 +10,6 @@ extern "C" {
 
 namespace cv::pd {
 
-inline dev_target_t all_pipes(uint32_t dev) { return dev_target_t{dev, BF_DEV_PIPE_ALL}; }
-
 // ---- Modify and delete ----
 
 // Modify by handle: the action record exactly as add builds it, with the whole index of an

@@ -1,0 +1,368 @@
+"""The library's exported families, as data.
+
+A family is one entry of FAMILIES: the pattern of its exports' names, the catalog rows it runs
+over, its arguments by name, the engine function its glue calls and the descriptors it hands that
+function. Arguments are words of one vocabulary, ARGS, which says once for each its C type and
+name, on which rows it stands in the prototype, and what the engine receives where it does not.
+Every glue function calls its engine with all of the family's arguments, in the family's order, so
+an engine function's parameter list is the family's argument list.
+
+Adding a family is adding an entry here and its engine function in src/pd; see codegen/README.md.
+"""
+
+from dataclasses import dataclass
+from typing import Callable, Optional, Union
+
+from catalog import PREFIX
+
+Text = Union[str, Callable]  # a text, or a function of the row that gives it
+
+
+def _text(t, row):
+    return t(row) if callable(t) else t
+
+
+def key_record(t):
+    return PREFIX + t.name + "_match_spec_t"
+
+
+def param_record(a):
+    return PREFIX + a.name + "_action_spec_t"
+
+
+@dataclass(frozen=True)
+class Arg:
+    """One argument word: its C type and name in a prototype, the rows on which it stands there
+    (all, when `when` is None), what the engine receives in its place on other rows, and how the
+    engine receives it when it stands (its name, unless `passed` says otherwise)."""
+
+    ctype: Optional[Text]
+    name: Text
+    when: Optional[Callable] = None
+    absent: str = "nullptr"
+    passed: Optional[str] = None
+    engine_only: bool = False
+
+    def present(self, row):
+        return not self.engine_only and (self.when is None or bool(self.when(row)))
+
+    def param(self, row):
+        return (_text(self.ctype, row), _text(self.name, row))
+
+    def engine_value(self, row):
+        if self.engine_only:
+            return _text(self.name, row)
+        if not self.present(row):
+            return self.absent
+        return self.passed if self.passed is not None else _text(self.name, row)
+
+
+def _has_params(row):
+    return bool(row.act.params)
+
+
+ARGS = {
+    # The exported function's own name, for the assertion path.
+    "func": Arg(None, "__func__", engine_only=True),
+    "sess": Arg("p4_pd_sess_hdl_t", "sess_hdl"),
+    "tgt": Arg("p4_pd_dev_target_t", "dev_tgt"),
+    "dev": Arg("uint32_t", "dev_id"),
+    # Keys and what goes with them.
+    "key": Arg(lambda r: key_record(r.table) + " *", "match_spec", when=lambda r: r.table.key),
+    "priority": Arg("uint32_t", "priority", when=lambda r: r.table.priority, absent="0"),
+    "priority_out": Arg("uint32_t *", "priority", when=lambda r: r.table.priority),
+    "ttl": Arg("uint32_t", "ttl", when=lambda r: r.table.ttl_argument, absent="0"),
+    # Actions.
+    "action_spec": Arg(lambda r: param_record(r.act) + " *", "action_spec", when=_has_params),
+    "meter_spec": Arg("p4_pd_meter_spec_t *", lambda r: r.table.resource.name + "_spec",
+                      when=lambda r: r.table.meter_spec_argument),
+    "tagged_spec_out": Arg("p4_pd_corvin_switch_action_spec_t *", "action_spec"),
+    "action_name_out": Arg("char *", "action_name"),
+    "action_data_out": Arg("void *", "action_data"),
+    "action_number_out": Arg("p4_pd_corvin_switch_action_enum_t *", "action"),
+    # Entries.
+    "entry_hdl": Arg("p4_pd_entry_hdl_t", "entry_hdl"),
+    "entry_hdl_out": Arg("p4_pd_entry_hdl_t *", "entry_hdl"),
+    "next_entry_hdls": Arg("p4_pd_entry_hdl_t *", "next_entry_handles"),
+    "read_from_hw": Arg("uint8_t", "read_from_hw"),
+    "is_default_out": Arg("uint8_t *", "is_default_entry"),
+    "n": Arg("int", "n"),
+    "count_out": Arg("uint32_t *", "count"),
+    # Members and groups.
+    "mbr_hdl": Arg("p4_pd_mbr_hdl_t", "mbr_hdl"),
+    "mbr_hdl_out": Arg("p4_pd_mbr_hdl_t *", "mbr_hdl"),
+    "next_mbr_hdls": Arg("p4_pd_mbr_hdl_t *", "next_mbr_hdls"),
+    "grp_hdl": Arg("p4_pd_grp_hdl_t", "grp_hdl"),
+    "grp_hdl_out": Arg("p4_pd_grp_hdl_t *", "grp_hdl"),
+    "next_grp_hdls": Arg("p4_pd_grp_hdl_t *", "next_grp_hdls"),
+    "is_member_out": Arg("uint8_t *", "is_member"),
+    "is_group_out": Arg("uint8_t *", "is_group"),
+    "max_grp_size": Arg("uint32_t", "max_grp_size"),
+    "mbr_state": Arg("p4_pd_grp_mbr_state_e", "mbr_state"),
+    "mbr_state_out": Arg("p4_pd_grp_mbr_state_e *", "mbr_state"),
+    "hash": Arg("uint8_t *", "hash"),
+    "hash_len": Arg("uint32_t", "hash_len"),
+    "word_index": Arg("uint32_t", "word_index"),
+    "word_count": Arg("uint32_t", "count"),
+    "active_mbr_hdls": Arg("p4_pd_mbr_hdl_t *", "mbr_hdls"),
+    # Table accessors and callbacks.
+    "property": Arg("p4_pd_tbl_prop_type_t", "property"),
+    "property_value": Arg("p4_pd_tbl_prop_value_t", "value"),
+    "property_args": Arg("p4_pd_tbl_prop_args_t", "args"),
+    "property_value_out": Arg("p4_pd_tbl_prop_value_t *", "value"),
+    "property_args_out": Arg("p4_pd_tbl_prop_args_t *", "args"),
+    "table_handle_out": Arg("uint32_t *", "table_handle"),
+    "mat_update_cb": Arg("p4_pd_mat_update_cb", "cb"),
+    "sel_tbl_update_cb": Arg("p4_pd_sel_tbl_update_cb", "cb"),
+    "adt_update_cb": Arg("p4_pd_adt_update_cb", "cb"),
+    "sel_update_cb": Arg("p4_pd_sel_update_cb", "cb"),
+    "cookie": Arg("void *", "cookie"),
+    # Decoders: the driver's records in, the caller's records out.
+    "pipe_match_spec": Arg("pipe_tbl_match_spec_t *", "pipe_match_spec", passed="*pipe_match_spec"),
+    "key_record_out": Arg(lambda r: key_record(r.table) + " *", "match_spec"),
+    "pipe_action_data_spec": Arg("pipe_action_data_spec_t *", "pipe_action_data_spec",
+                                 passed="*pipe_action_data_spec"),
+    "res_spec": Arg("p4_pd_res_spec_t *", "res_spec"),
+    "res_count": Arg("int", "res_count"),
+    "params_out": Arg(lambda r: param_record(r.act) + " *", "action_spec"),
+}
+
+
+@dataclass(frozen=True)
+class Family:
+    """One family: exports named by `pattern` (with {table}, {action}, {profile}, {field}), one per
+    row of `rows`, each calling `engine` with the row's descriptors `templates` (with {T} table,
+    {U} table action, {A} action, {P} profile, {M} profile member, {I} key field position) and
+    every argument of `args`."""
+
+    pattern: str
+    rows: str
+    args: tuple
+    engine: str
+    templates: str = "{T}"
+    ret: str = "p4_pd_status_t"
+    header: str = "tables"
+
+
+def F(pattern, rows, args, engine, templates="{T}", ret="p4_pd_status_t", header="tables"):
+    return Family(pattern, rows, tuple(args.split()), engine, templates, ret, header)
+
+
+TU = "{T}, {U}"
+TP = "{T}, {P}"
+PM = "{P}, {M}"
+P = PREFIX
+
+FAMILIES = [
+    # ---- Match tables: entries ----
+    F(P + "{table}_table_add_with_{action}", "entry_pairs",
+      "func sess tgt key priority action_spec meter_spec ttl entry_hdl_out", "table_add", TU),
+    F(P + "{table}_table_modify_with_{action}", "entry_pairs",
+      "func sess dev entry_hdl action_spec meter_spec", "table_modify", TU),
+    F(P + "{table}_table_modify_with_{action}_by_match_spec", "entry_pairs",
+      "func sess tgt key priority action_spec meter_spec", "table_modify_by_match_spec", TU),
+    F(P + "{table}_set_default_action_{action}", "default_pairs",
+      "func sess tgt action_spec meter_spec entry_hdl_out", "set_default_action", TU),
+    F(P + "{table}_table_delete", "keyed_tables", "sess dev entry_hdl", "table_delete"),
+    F(P + "{table}_table_delete_by_match_spec", "keyed_tables", "sess tgt key priority",
+      "table_delete_by_match_spec"),
+    F(P + "{table}_match_spec_to_entry_hdl", "keyed_tables", "sess tgt key priority entry_hdl_out",
+      "match_spec_to_entry_hdl"),
+    # ---- Match tables: default entries and read-back ----
+    F(P + "{table}_table_reset_default_entry", "tables", "sess tgt", "table_reset_default_entry"),
+    F(P + "{table}_table_get_default_entry_handle", "tables", "sess tgt entry_hdl_out",
+      "table_get_default_entry_handle"),
+    F(P + "{table}_table_get_default_entry", "direct_tables", "sess tgt read_from_hw tagged_spec_out",
+      "table_get_default_entry"),
+    F(P + "{table}_table_get_default_entry", "bound_tables",
+      "sess tgt read_from_hw is_member_out is_group_out grp_hdl_out mbr_hdl_out",
+      "profile_table_get_default_entry"),
+    F(P + "{table}_get_entry", "direct_tables",
+      "func sess dev entry_hdl read_from_hw key priority_out action_name_out action_data_out "
+      "action_number_out is_default_out", "get_entry"),
+    F(P + "{table}_get_entry", "bound_tables",
+      "sess dev entry_hdl read_from_hw key priority_out is_member_out is_group_out grp_hdl_out "
+      "mbr_hdl_out is_default_out", "profile_get_entry"),
+    # ---- Match tables: walks and accessors ----
+    F(P + "{table}_get_first_entry_handle", "tables", "sess tgt entry_hdl_out", "get_first_entry_handle"),
+    F(P + "{table}_get_next_entry_handles", "tables", "sess tgt entry_hdl n next_entry_hdls",
+      "get_next_entry_handles"),
+    F(P + "{table}_get_entry_count", "tables", "sess tgt count_out", "get_entry_count"),
+    F(P + "{table}_set_property", "tables", "sess dev property property_value property_args", "set_property"),
+    F(P + "{table}_get_property", "tables", "sess dev property property_value_out property_args_out",
+      "get_property"),
+    F(P + "{table}_register_mat_update_cb", "tables", "sess dev mat_update_cb cookie", "register_mat_update_cb"),
+    F(P + "{table}_get_mat_table_handle", "tables", "table_handle_out", "get_mat_table_handle"),
+    F(P + "{table}_supports_entry_priority", "tables", "", "supports_entry_priority", ret="int"),
+    F(P + "{table}_{field}_width", "key_fields", "", "key_field_width", "{T}, {I}", ret="int"),
+    # ---- Decoders ----
+    F("unbuild_key_{table}", "keyed_tables", "pipe_match_spec key_record_out", "unbuild_key", ret="void",
+      header="decoders"),
+    F("unbuild_mask_{table}", "masked_tables", "pipe_match_spec key_record_out", "unbuild_mask", ret="void",
+      header="decoders"),
+    F("unbuild_action_spec_{action}", "actions_with_params",
+      "pipe_action_data_spec res_spec res_count params_out", "unbuild_action_spec", "{A}", ret="void",
+      header="decoders"),
+    # ---- Profile members ----
+    F(P + "{profile}_add_member_with_{action}", "profile_members", "sess tgt action_spec mbr_hdl_out",
+      "add_member", PM, header="profiles"),
+    F(P + "{profile}_modify_member_with_{action}", "profile_members", "sess dev mbr_hdl action_spec",
+      "modify_member", PM, header="profiles"),
+    F(P + "{profile}_del_member", "profiles", "sess dev mbr_hdl", "del_member", "{P}", header="profiles"),
+    F(P + "{profile}_register_callback", "profiles", "sess dev sel_tbl_update_cb cookie", "register_callback",
+      "{P}", header="profiles"),
+    # ---- Selector groups ----
+    F(P + "{profile}_create_group", "profiles", "sess tgt max_grp_size grp_hdl_out", "create_group", "{P}",
+      header="profiles"),
+    F(P + "{profile}_del_group", "profiles", "sess dev grp_hdl", "del_group", "{P}", header="profiles"),
+    F(P + "{profile}_add_member_to_group", "profiles", "sess dev grp_hdl mbr_hdl", "add_member_to_group", "{P}",
+      header="profiles"),
+    F(P + "{profile}_del_member_from_group", "profiles", "sess dev grp_hdl mbr_hdl", "del_member_from_group",
+      "{P}", header="profiles"),
+    F(P + "{profile}_group_member_state_set", "profiles", "func sess dev grp_hdl mbr_hdl mbr_state",
+      "group_member_state_set", "{P}", header="profiles"),
+    F(P + "{profile}_group_member_state_get", "profiles", "sess dev grp_hdl mbr_hdl mbr_state_out",
+      "group_member_state_get", "{P}", header="profiles"),
+    F(P + "{profile}_group_member_get_from_hash", "profiles", "sess dev grp_hdl hash hash_len mbr_hdl_out",
+      "group_member_get_from_hash", "{P}", header="profiles"),
+    F(P + "{profile}_set_dynamic_action_selection_fallback_member", "profiles", "sess tgt mbr_hdl",
+      "set_fallback_member", "{P}", header="profiles"),
+    F(P + "{profile}_reset_dynamic_action_selection_fallback_member", "profiles", "sess tgt",
+      "reset_fallback_member", "{P}", header="profiles"),
+    F(P + "{profile}_sel_track_updates", "profiles", "dev sel_tbl_update_cb cookie", "sel_track_updates", "{P}",
+      header="profiles"),
+    # ---- Entries bound to a profile ----
+    F(P + "{table}_add_entry", "bound_tables", "sess tgt key priority mbr_hdl entry_hdl_out", "add_entry",
+      TP + ", Bind::member", header="profiles"),
+    F(P + "{table}_add_entry_with_selector", "bound_tables", "sess tgt key priority grp_hdl entry_hdl_out",
+      "add_entry", TP + ", Bind::group", header="profiles"),
+    F(P + "{table}_modify_entry", "bound_tables", "sess dev entry_hdl mbr_hdl", "modify_entry",
+      TP + ", Bind::member", header="profiles"),
+    F(P + "{table}_modify_entry_with_selector", "bound_tables", "sess dev entry_hdl grp_hdl", "modify_entry",
+      TP + ", Bind::group", header="profiles"),
+    F(P + "{table}_modify_entry_by_match_spec", "bound_tables", "sess tgt key priority mbr_hdl",
+      "modify_entry_by_match_spec", TP + ", Bind::member", header="profiles"),
+    F(P + "{table}_modify_entry_with_selector_by_match_spec", "bound_tables", "sess tgt key priority grp_hdl",
+      "modify_entry_by_match_spec", TP + ", Bind::group", header="profiles"),
+    F(P + "{table}_set_default_entry", "bound_tables", "sess tgt mbr_hdl entry_hdl_out", "set_default_entry",
+      TP + ", Bind::member", header="profiles"),
+    F(P + "{table}_set_default_entry_with_selector", "bound_tables", "sess tgt grp_hdl entry_hdl_out",
+      "set_default_entry", TP + ", Bind::group", header="profiles"),
+    # ---- Profile read-back, walks and accessors ----
+    F(P + "{profile}_get_member", "profiles", "func sess dev mbr_hdl read_from_hw tagged_spec_out", "get_member",
+      "{P}", header="profiles"),
+    F(P + "{profile}_get_first_member", "profiles", "sess tgt mbr_hdl_out", "get_first_member", "{P}",
+      header="profiles"),
+    F(P + "{profile}_get_next_members", "profiles", "sess tgt mbr_hdl n next_mbr_hdls", "get_next_members", "{P}",
+      header="profiles"),
+    F(P + "{profile}_get_first_group", "profiles", "sess tgt grp_hdl_out", "get_first_group", "{P}",
+      header="profiles"),
+    F(P + "{profile}_get_next_groups", "profiles", "sess tgt grp_hdl n next_grp_hdls", "get_next_groups", "{P}",
+      header="profiles"),
+    F(P + "{profile}_get_first_group_member", "profiles", "sess dev grp_hdl mbr_hdl_out", "get_first_group_member",
+      "{P}", header="profiles"),
+    F(P + "{profile}_get_next_group_members", "profiles", "sess dev grp_hdl mbr_hdl n next_mbr_hdls",
+      "get_next_group_members", "{P}", header="profiles"),
+    F(P + "{profile}_get_act_prof_entry_count", "profiles", "sess tgt count_out", "get_act_prof_entry_count", "{P}",
+      header="profiles"),
+    F(P + "{profile}_get_selector_group_count", "profiles", "sess tgt count_out", "get_selector_group_count",
+      "{P}", header="profiles"),
+    F(P + "{profile}_get_selector_group_member_count", "profiles", "sess dev grp_hdl count_out",
+      "get_selector_group_member_count", "{P}", header="profiles"),
+    F(P + "{profile}_get_word_llp_active_member_count", "profiles", "sess tgt word_index count_out",
+      "get_word_llp_active_member_count", "{P}", header="profiles"),
+    F(P + "{profile}_get_word_llp_active_members", "profiles", "sess tgt word_index word_count active_mbr_hdls",
+      "get_word_llp_active_members", "{P}", header="profiles"),
+    F(P + "{profile}_register_adt_update_cb", "profiles", "sess dev adt_update_cb cookie", "register_adt_update_cb",
+      "{P}", header="profiles"),
+    F(P + "{profile}_register_sel_update_cb", "profiles", "sess dev sel_update_cb cookie", "register_sel_update_cb",
+      "{P}", header="profiles"),
+    F(P + "{profile}_get_adt_table_handle", "profiles", "table_handle_out", "get_adt_table_handle", "{P}",
+      header="profiles"),
+    F(P + "{profile}_get_sel_table_handle", "profiles", "table_handle_out", "get_sel_table_handle", "{P}",
+      header="profiles"),
+]
+
+
+class Row:
+    """One catalog row as a family sees it: the objects its names, descriptors and arguments come
+    from. `subject` is the table or profile whose exports it makes."""
+
+    def __init__(self, subject, table=None, table_action=None, act=None, profile=None, member=None, field=None,
+                 field_index=None):
+        self.subject, self.table, self.table_action, self.act = subject, table, table_action, act
+        self.profile, self.member, self.field, self.field_index = profile, member, field, field_index
+
+    def names(self):
+        n = {}
+        if self.table:
+            n["table"] = self.table.name
+        if self.act:
+            n["action"] = self.act.name
+        if self.profile:
+            n["profile"] = self.profile.name
+        if self.field:
+            n["field"] = self.field.width_export
+        return n
+
+    def descriptors(self):
+        d = {}
+        if self.table:
+            d["T"] = "desc::t_" + self.table.name
+        if self.table_action:
+            d["U"] = "desc::u_%s__%s" % (self.table.name, self.act.name)
+        if self.act:
+            d["A"] = "desc::a_" + self.act.name
+        if self.profile:
+            d["P"] = "desc::prof_" + self.profile.name
+        if self.member:
+            d["M"] = "desc::m_%s__%s" % (self.profile.name, self.act.name)
+        if self.field_index is not None:
+            d["I"] = str(self.field_index)
+        return d
+
+
+def _profile_of(cat, t):
+    return next(p for p in cat.profiles if p.name == t.profile)
+
+
+ROWS = {
+    "tables": lambda c: [Row(t.name, table=t) for t in c.tables],
+    "direct_tables": lambda c: [Row(t.name, table=t) for t in c.tables if not t.profile],
+    "bound_tables": lambda c: [Row(t.name, table=t, profile=_profile_of(c, t)) for t in c.tables if t.profile],
+    "keyed_tables": lambda c: [Row(t.name, table=t) for t in c.tables if t.key],
+    "masked_tables": lambda c: [Row(t.name, table=t) for t in c.tables if t.kind in ("ternary", "lpm")],
+    "entry_pairs": lambda c: [Row(t.name, table=t, table_action=a, act=a.action) for t, a in c.entry_pairs()],
+    "default_pairs": lambda c: [Row(t.name, table=t, table_action=a, act=a.action) for t, a in c.default_pairs()],
+    "key_fields": lambda c: [Row(t.name, table=t, field=f, field_index=i) for t in c.tables
+                             for i, f in enumerate(t.key)],
+    "actions_with_params": lambda c: [Row("actions", act=a) for a in c.actions if a.params],
+    "profiles": lambda c: [Row(p.name, profile=p) for p in c.profiles],
+    "profile_members": lambda c: [Row(p.name, profile=p, member=(a, h), act=a) for p in c.profiles
+                                  for a, h in p.members],
+}
+
+
+class Export:
+    """One exported function: its prototype and the engine call of its glue."""
+
+    def __init__(self, family, row):
+        self.family, self.row = family, row
+        self.name = family.pattern.format(**row.names())
+        self.subject = row.subject
+        args = [ARGS[a] for a in family.args]
+        self.params = [a.param(row) for a in args if a.present(row)]
+        templates = family.templates.format(**row.descriptors())
+        self.call = "%s<%s>(%s)" % (family.engine, templates, ", ".join(a.engine_value(row) for a in args))
+
+    def prototype(self):
+        args = ", ".join("%s%s%s" % (t, "" if t.endswith("*") else " ", n) for t, n in self.params) or "void"
+        return "%s %s(%s)" % (self.family.ret, self.name, args)
+
+
+def exports(cat, families=FAMILIES):
+    """Every export of the catalog, family by family, row by row."""
+    out = []
+    for fam in families:
+        out += [Export(fam, row) for row in ROWS[fam.rows](cat)]
+    return out

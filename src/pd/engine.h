@@ -1,0 +1,16 @@
+// Everything the generated glue calls: one engine function per family.
+#pragma once
+
+#include "profile.h"
+#include "table_add.h"
+#include "table_ops.h"
+
+namespace cv::pd {
+
+template <const TableDesc &T, size_t I>
+CV_INLINE int key_field_width() {
+  static_assert(I < T.nfields);
+  return T.fields[I].width;
+}
+
+}  // namespace cv::pd
