@@ -11,26 +11,19 @@
 #include <vector>
 
 #include "drv/pd_ms.h"
+#include "pd_ms_view.h"
 
 namespace {
+
+using pdms_test::Json;
+using pdms_test::new_state;
+using pdms_test::parse;
+using pdms_test::State;
 
 constexpr bf_dev_id_t kDev = 0;
 constexpr uint32_t kActA = 0x20000098, kActB = 0x20000099;
 
-using State = std::unique_ptr<p4_pd_ms_state_t, decltype(&p4_pd_ms_free_state)>;
-using Json = std::unique_ptr<cJSON, decltype(&cJSON_Delete)>;
-State new_state() { return State(p4_pd_ms_init_state(), p4_pd_ms_free_state); }
-Json parse(const char *text) { return Json(cJSON_Parse(text), cJSON_Delete); }
-
-// The device's state as log_state writes it, printed.
-std::string dump(p4_pd_ms_state_t *s, bf_dev_id_t dev = kDev) {
-  Json obj = parse(R"({"name":"profile"})");
-  EXPECT_EQ(p4_pd_ms_log_state(dev, s, obj.get()), BF_SUCCESS);
-  char *text = cJSON_PrintUnformatted(obj.get());
-  std::string out = text;
-  cJSON_free(text);
-  return out;
-}
+std::string dump(p4_pd_ms_state_t *s, bf_dev_id_t dev = kDev) { return pdms_test::dump(s, dev); }
 const std::string kEmpty = R"({"name":"profile","members":[],"groups":[]})";
 
 // The groups of a member, as p4_pd_ms_mbr_apply_to_grps visits them (noted in *seen).
@@ -73,7 +66,7 @@ TEST_F(MsTest, EachRefusalReturnsItsStatusAndChangesNothing) {
   populate(st(), kDev);
   ASSERT_EQ(p4_pd_ms_new_grp(0, st(), kDev, 40), BF_SUCCESS);
   const std::string before = dump(st());
-  uint32_t w[2] = {0xDEAD, 0xDEAD};
+  uint32_t w[2] = {0xDEAD, 0xDEAD}, n = 0xDEAD;
   using Fn = std::function<bf_status_t(p4_pd_ms_state_t *)>;
   const struct {
     const char *what;
@@ -98,6 +91,8 @@ TEST_F(MsTest, EachRefusalReturnsItsStatusAndChangesNothing) {
       {"unlink, unknown", BF_OBJECT_NOT_FOUND, [](auto s) { return p4_pd_ms_del_mbr_from_grp(0, s, 1, 7, 5); }},
       {"apply, unknown member", BF_OBJECT_NOT_FOUND,
        [](auto s) { return p4_pd_ms_mbr_apply_to_grps(s, kDev, 5, note_group, &g_unused); }},
+      {"apply, member 0 (a hitless replay's group record), unknown", BF_OBJECT_NOT_FOUND,
+       [](auto s) { return p4_pd_ms_mbr_apply_to_grps(s, kDev, 0, p4_pd_ms_grp_update_res, s); }},
       {"apply, a null function", BF_INVALID_ARG,
        [](auto s) { return p4_pd_ms_mbr_apply_to_grps(s, kDev, 3, nullptr, nullptr); }},
       {"set_mbr_res, unknown", BF_OBJECT_NOT_FOUND, [](auto s) { return p4_pd_ms_set_mbr_res(s, kDev, 5, 1, 1); }},
@@ -117,12 +112,44 @@ TEST_F(MsTest, EachRefusalReturnsItsStatusAndChangesNothing) {
        }},
       {"log, a null object", BF_INVALID_ARG, [](auto s) { return p4_pd_ms_log_state(kDev, s, nullptr); }},
       {"restore, a null object", BF_INVALID_ARG, [](auto s) { return p4_pd_ms_restore_state(kDev, s, nullptr); }},
+      {"restore, a null state", BF_INVALID_ARG, [](auto) {
+         Json obj = parse(R"({"members":[],"groups":[]})");
+         return p4_pd_ms_restore_state(kDev, nullptr, obj.get());
+       }},
+      {"log, an object with members already (unchanged)", BF_ALREADY_EXISTS, [](auto s) {
+         Json obj = parse(R"({"name":"p","members":1})");
+         const bf_status_t r = p4_pd_ms_log_state(kDev, s, obj.get());
+         return pdms_test::print(obj.get()) == R"({"name":"p","members":1})" ? r : BF_UNEXPECTED;
+       }},
+      {"log, an object with groups already (unchanged)", BF_ALREADY_EXISTS, [](auto s) {
+         Json obj = parse(R"({"groups":[]})");
+         const bf_status_t r = p4_pd_ms_log_state(kDev, s, obj.get());
+         return pdms_test::print(obj.get()) == R"({"groups":[]})" ? r : BF_UNEXPECTED;
+       }},
+      {"log, an array (unchanged)", BF_INVALID_ARG, [](auto s) {
+         Json obj = parse("[]");
+         const bf_status_t r = p4_pd_ms_log_state(kDev, s, obj.get());
+         return cJSON_GetArraySize(obj.get()) == 0 ? r : BF_UNEXPECTED;
+       }},
+      {"get_mbrs, a null count", BF_INVALID_ARG, [&](auto s) { return p4_pd_ms_get_mbrs(s, kDev, 2, w, nullptr); }},
+      {"get_mbrs, a null array", BF_INVALID_ARG, [&](auto s) { return p4_pd_ms_get_mbrs(s, kDev, 1, nullptr, &n); }},
+      {"get_mbrs, a null state", BF_INVALID_ARG, [&](auto) { return p4_pd_ms_get_mbrs(nullptr, kDev, 2, w, &n); }},
+      {"get_grps, a null count", BF_INVALID_ARG, [&](auto s) { return p4_pd_ms_get_grps(s, kDev, 2, w, nullptr); }},
+      {"get_grps, a null array", BF_INVALID_ARG, [&](auto s) { return p4_pd_ms_get_grps(s, kDev, 1, nullptr, &n); }},
+      {"get_grp_mbrs, unknown", BF_OBJECT_NOT_FOUND, [&](auto s) { return p4_pd_ms_get_grp_mbrs(s, kDev, 7, 2, w, &n); }},
+      {"get_grp_mbrs, a null array", BF_INVALID_ARG, [&](auto s) { return p4_pd_ms_get_grp_mbrs(s, kDev, 5, 1, nullptr, &n); }},
+      {"get_mbr_grps, unknown", BF_OBJECT_NOT_FOUND, [&](auto s) { return p4_pd_ms_get_mbr_grps(s, kDev, 5, 2, w, &n); }},
+      {"get_mbr_grps, a null count", BF_INVALID_ARG, [&](auto s) { return p4_pd_ms_get_mbr_grps(s, kDev, 3, 2, w, nullptr); }},
+      {"commit, no transaction", BF_OBJECT_NOT_FOUND, [](auto) { return p4_pd_ms_commit_txn(kDev); }},
+      {"abort, no transaction", BF_OBJECT_NOT_FOUND, [](auto) { return p4_pd_ms_abort_txn(kDev); }},
+      {"txn changes, no transaction", BF_OBJECT_NOT_FOUND, [&](auto) { return p4_pd_ms_get_txn_changes(kDev, &n); }},
   };
   for (const auto &r : rows) {
     SCOPED_TRACE(r.what);
     EXPECT_EQ(r.call(st()), r.st);
     EXPECT_EQ(w[0], 0xDEADu);
     EXPECT_EQ(w[1], 0xDEADu);
+    EXPECT_EQ(n, 0xDEADu);
     EXPECT_EQ(dump(st()), before);
   }
 }
@@ -161,6 +188,61 @@ TEST_F(MsTest, LinksAreKeptBothWaysAndApplyVisitsEachGroupInOrderWithoutTheLock)
   EXPECT_EQ(dump(st()), R"({"name":"profile","members":[{"mbr_hdl":1,"res":[67108865,7]},{"mbr_hdl":2,"res":[0,0]},)"
                         R"({"mbr_hdl":3,"res":[0,0]}],"groups":[{"grp_hdl":20,"res":[67108865,7],"mbrs":[1]},)"
                         R"({"grp_hdl":30,"act_fn_hdl":536871064,"res":[0,0],"mbrs":[]}]})");
+}
+
+// A walk writes the smallest handles in increasing order, at most max of them, and the total; it
+// writes nothing past what it reports.
+TEST_F(MsTest, WalksWriteTheSmallestHandlesInOrderAndTheTotal) {
+  for (uint32_t m : {9u, 2u, 0xFFFFFFFFu, 0u, 5u, 7u}) ASSERT_EQ(p4_pd_ms_new_mbr(0, st(), kDev, m), BF_SUCCESS);
+  for (uint32_t g : {40u, 0u, 0x80000000u}) ASSERT_EQ(p4_pd_ms_new_grp(0, st(), kDev, g), BF_SUCCESS);
+  for (uint32_t m : {9u, 0xFFFFFFFFu, 0u, 7u}) ASSERT_EQ(p4_pd_ms_add_mbr_to_grp(0, st(), kDev, m, 40), BF_SUCCESS);
+  for (uint32_t g : {0x80000000u, 0u}) ASSERT_EQ(p4_pd_ms_add_mbr_to_grp(0, st(), kDev, 9, g), BF_SUCCESS);
+  using V = std::vector<uint32_t>;
+  auto walk = [](auto fn, uint32_t max) {
+    V out(8, 0xAB);
+    uint32_t n = 0xDEAD;
+    EXPECT_EQ(fn(max, max ? out.data() : nullptr, &n), BF_SUCCESS);
+    out.push_back(n);  // the total, last
+    return out;
+  };
+  auto mbrs = [&](uint32_t max, uint32_t *o, uint32_t *n) { return p4_pd_ms_get_mbrs(st(), kDev, max, o, n); };
+  auto grps = [&](uint32_t max, uint32_t *o, uint32_t *n) { return p4_pd_ms_get_grps(st(), kDev, max, o, n); };
+  auto of40 = [&](uint32_t max, uint32_t *o, uint32_t *n) { return p4_pd_ms_get_grp_mbrs(st(), kDev, 40, max, o, n); };
+  auto of9 = [&](uint32_t max, uint32_t *o, uint32_t *n) { return p4_pd_ms_get_mbr_grps(st(), kDev, 9, max, o, n); };
+  const uint32_t x = 0xAB, top = 0xFFFFFFFF;
+  EXPECT_EQ(walk(mbrs, 0), (V{x, x, x, x, x, x, x, x, 6}));
+  EXPECT_EQ(walk(mbrs, 1), (V{0, x, x, x, x, x, x, x, 6}));
+  EXPECT_EQ(walk(mbrs, 3), (V{0, 2, 5, x, x, x, x, x, 6}));
+  EXPECT_EQ(walk(mbrs, 6), (V{0, 2, 5, 7, 9, top, x, x, 6}));
+  EXPECT_EQ(walk(mbrs, 8), (V{0, 2, 5, 7, 9, top, x, x, 6}));
+  EXPECT_EQ(walk(grps, 2), (V{0, 40, x, x, x, x, x, x, 3}));
+  EXPECT_EQ(walk(grps, 8), (V{0, 40, 0x80000000u, x, x, x, x, x, 3}));
+  EXPECT_EQ(walk(of40, 3), (V{0, 7, 9, x, x, x, x, x, 4}));
+  EXPECT_EQ(walk(of40, 8), (V{0, 7, 9, top, x, x, x, x, 4}));
+  EXPECT_EQ(walk(of9, 2), (V{0, 40, x, x, x, x, x, x, 3}));
+  EXPECT_EQ(walk(of9, 8), (V{0, 40, 0x80000000u, x, x, x, x, x, 3}));
+  // An empty group and a member in no group; a device with nothing.
+  ASSERT_EQ(p4_pd_ms_new_grp(0, st(), kDev, 3), BF_SUCCESS);
+  uint32_t n = 0xDEAD;
+  EXPECT_EQ(p4_pd_ms_get_grp_mbrs(st(), kDev, 3, 0, nullptr, &n), BF_SUCCESS);
+  EXPECT_EQ(n, 0u);
+  n = 0xDEAD;
+  EXPECT_EQ(p4_pd_ms_get_mbr_grps(st(), kDev, 5, 0, nullptr, &n), BF_SUCCESS);
+  EXPECT_EQ(n, 0u);
+  for (bf_dev_id_t dev : {1u, 0xFFFFFFFFu}) {
+    n = 0xDEAD;
+    EXPECT_EQ(p4_pd_ms_get_mbrs(st(), dev, 0, nullptr, &n), BF_SUCCESS);
+    EXPECT_EQ(n, 0u);
+    n = 0xDEAD;
+    EXPECT_EQ(p4_pd_ms_get_grps(st(), dev, 0, nullptr, &n), BF_SUCCESS);
+    EXPECT_EQ(n, 0u);
+  }
+  // Members deleted one by one leave the walks and their groups' lists.
+  ASSERT_EQ(p4_pd_ms_del_mbr(0, st(), kDev, 0), BF_SUCCESS);
+  ASSERT_EQ(p4_pd_ms_del_grp(0, st(), kDev, 0, 0, nullptr), BF_SUCCESS);
+  EXPECT_EQ(walk(mbrs, 8), (V{2, 5, 7, 9, top, x, x, x, 5}));
+  EXPECT_EQ(walk(of40, 8), (V{7, 9, top, x, x, x, x, x, 3}));
+  EXPECT_EQ(walk(of9, 8), (V{40, 0x80000000u, x, x, x, x, x, x, 2}));
 }
 
 TEST_F(MsTest, LogWritesTheDocumentedFormAndRestoreGivesTheSameStateBack) {
