@@ -49,6 +49,28 @@ void RecordedCall::copy_action(const pipe_action_spec_t *action) {
       copy_image(action->act_data.action_data_bytes, action->act_data.num_action_data_bytes);
 }
 
+void RecordedCall::copy_bytes(const uint8_t *src, size_t n) {
+  call.bytes = copy_image(src, n);
+  call.num_bytes = static_cast<uint32_t>(n);
+}
+
+void Notice::fire() const {
+  switch (kind) {
+    case Kind::mat:
+      reinterpret_cast<pipe_mat_update_cb>(cb)(dev, tbl, static_cast<pipe_mat_update_type_t>(type), a, b, cookie);
+      break;
+    case Kind::adt:
+      reinterpret_cast<pipe_adt_update_cb>(cb)(dev, tbl, static_cast<pipe_adt_update_type_t>(type), a, b, cookie);
+      break;
+    case Kind::sel:
+      reinterpret_cast<pipe_sel_update_cb>(cb)(dev, tbl, static_cast<pipe_sel_update_type_t>(type), a, b, cookie);
+      break;
+    case Kind::sel_tbl:
+      reinterpret_cast<pipe_sel_tbl_update_cb>(cb)(dev, tbl, a, b, is_add, cookie);
+      break;
+  }
+}
+
 void RecordedCall::set_text(const char *s) {
   if (s == nullptr) return;
   text = s;
@@ -92,6 +114,7 @@ void drvm_reset(void) {
   reset_calls_and_faults();
   reset_sys();
   reset_clients();
+  reset_profiles();
   reset_store();
 }
 

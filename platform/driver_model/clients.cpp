@@ -59,74 +59,61 @@ using namespace drvm;
 extern "C" {
 
 bf_status_t bf_drv_register(const char *client_name, bf_drv_client_handle_t *client_hdl) {
-  RecordedCall *rec = nullptr;
-  try {
-    rec = record("bf_drv_register");
-    if (rec) {
-      rec->set_text(client_name);
-      rec->call.ptr_arg = client_hdl;
-    }
-    bf_status_t st;
-    if (take_fault("bf_drv_register", &st)) return finish(rec, st);
-    if (client_name == nullptr || client_hdl == nullptr) return finish(rec, BF_INVALID_ARG);
-    for (const Client &c : g_clients)
-      if (c.name == client_name) return finish(rec, BF_ALREADY_EXISTS);
-    Client c{};
-    c.hdl = g_next_client_hdl;
-    c.name = client_name;
-    c.prio = -1;
-    g_clients.push_back(std::move(c));
-    ++g_next_client_hdl;
-    *client_hdl = g_clients.back().hdl;
-    if (rec) rec->call.arg_u32[0] = g_clients.back().hdl;
-    return finish(rec, BF_SUCCESS);
-  } catch (const std::bad_alloc &) {
-    return finish(rec, BF_NO_SYS_RESOURCES);
-  }
+  return driver_call(
+      "bf_drv_register", PassThrough::none(),
+      [&](RecordedCall &r) {
+        r.set_text(client_name);
+        r.call.ptr_arg = client_hdl;
+      },
+      [&](RecordedCall *rec, Notices &) -> bf_status_t {
+        if (client_name == nullptr || client_hdl == nullptr) return BF_INVALID_ARG;
+        for (const Client &c : g_clients)
+          if (c.name == client_name) return BF_ALREADY_EXISTS;
+        Client c{};
+        c.hdl = g_next_client_hdl;
+        c.name = client_name;
+        c.prio = -1;
+        g_clients.push_back(std::move(c));
+        ++g_next_client_hdl;
+        *client_hdl = g_clients.back().hdl;
+        if (rec) rec->call.arg_u32[0] = g_clients.back().hdl;
+        return BF_SUCCESS;
+      });
 }
 
 bf_status_t bf_drv_deregister(bf_drv_client_handle_t client_hdl) {
-  RecordedCall *rec = nullptr;
-  try {
-    rec = record("bf_drv_deregister");
-    if (rec) rec->call.arg_u32[0] = client_hdl;
-    bf_status_t st;
-    if (take_fault("bf_drv_deregister", &st)) return finish(rec, st);
-    for (auto it = g_clients.begin(); it != g_clients.end(); ++it) {
-      if (it->hdl == client_hdl) {
-        g_clients.erase(it);
-        return finish(rec, BF_SUCCESS);
-      }
-    }
-    return finish(rec, BF_OBJECT_NOT_FOUND);
-  } catch (const std::bad_alloc &) {
-    return finish(rec, BF_NO_SYS_RESOURCES);
-  }
+  return driver_call(
+      "bf_drv_deregister", PassThrough::none(), [&](RecordedCall &r) { r.call.arg_u32[0] = client_hdl; },
+      [&](RecordedCall *, Notices &) -> bf_status_t {
+        for (auto it = g_clients.begin(); it != g_clients.end(); ++it) {
+          if (it->hdl == client_hdl) {
+            g_clients.erase(it);
+            return BF_SUCCESS;
+          }
+        }
+        return BF_OBJECT_NOT_FOUND;
+      });
 }
 
 bf_status_t bf_drv_client_register_callbacks(bf_drv_client_handle_t client_hdl,
                                              bf_drv_client_callbacks_t *callbacks,
                                              bf_drv_client_prio_t prio) {
-  RecordedCall *rec = nullptr;
-  try {
-    rec = record("bf_drv_client_register_callbacks");
-    if (rec) {
-      rec->call.arg_u32[0] = client_hdl;
-      rec->call.arg_u32[1] = static_cast<uint32_t>(prio);
-      rec->call.ptr_arg = callbacks;
-    }
-    bf_status_t st;
-    if (take_fault("bf_drv_client_register_callbacks", &st)) return finish(rec, st);
-    if (callbacks == nullptr) return finish(rec, BF_INVALID_ARG);
-    Client *c = find_client(client_hdl);
-    if (c == nullptr) return finish(rec, BF_OBJECT_NOT_FOUND);
-    c->callbacks = *callbacks;
-    c->prio = prio;
-    c->has_callbacks = true;
-    return finish(rec, BF_SUCCESS);
-  } catch (const std::bad_alloc &) {
-    return finish(rec, BF_NO_SYS_RESOURCES);
-  }
+  return driver_call(
+      "bf_drv_client_register_callbacks", PassThrough::none(),
+      [&](RecordedCall &r) {
+        r.call.arg_u32[0] = client_hdl;
+        r.call.arg_u32[1] = static_cast<uint32_t>(prio);
+        r.call.ptr_arg = callbacks;
+      },
+      [&](RecordedCall *, Notices &) -> bf_status_t {
+        if (callbacks == nullptr) return BF_INVALID_ARG;
+        Client *c = find_client(client_hdl);
+        if (c == nullptr) return BF_OBJECT_NOT_FOUND;
+        c->callbacks = *callbacks;
+        c->prio = prio;
+        c->has_callbacks = true;
+        return BF_SUCCESS;
+      });
 }
 
 bf_drv_client_handle_t drvm_client_handle(const char *client_name) {

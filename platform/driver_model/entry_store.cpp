@@ -221,6 +221,18 @@ bf_status_t Device::ensure_default_hdl(Table &t) {
   return BF_SUCCESS;
 }
 
+bf_status_t Device::handle_room() {
+  if (by_handle.size() >= size_t{UINT32_MAX}) return BF_NO_SPACE;  // handles are 32-bit
+  room_for_one(by_handle);
+  return BF_SUCCESS;
+}
+
+uint32_t Device::issue_object_handle() {
+  const uint32_t hdl = static_cast<uint32_t>(by_handle.size());
+  by_handle.push_back(EntryLoc{kNoTable, kNoSlot});
+  return hdl;
+}
+
 // ---- Access ----
 
 Device *store_device(bf_dev_id_t dev) {

@@ -209,6 +209,10 @@ struct Device {
   Table &touch_table(uint32_t tbl_hdl);
   // Issues the table's default-entry handle if it has none. BF_NO_SPACE when handles ran out.
   bf_status_t ensure_default_hdl(Table &t);
+  // Room for one more handle of the running count: BF_NO_SPACE when handles ran out. May throw.
+  bf_status_t handle_room();
+  // The next handle, for a member or group: it names no entry. handle_room made room for it.
+  uint32_t issue_object_handle();
 
   std::vector<std::unique_ptr<Table>> tables;
   std::unordered_map<uint32_t, uint32_t> table_index;  // table handle -> index into tables

@@ -10,22 +10,20 @@ namespace drvm {
 // The device target recorded for a function that takes a bare device id.
 inline dev_target_t all_pipes(bf_dev_id_t dev) { return dev_target_t{dev, BF_DEV_PIPE_ALL}; }
 
-// Appends a record of a match-table call with its session, device target and table (or null
-// while recording is off).
-inline RecordedCall *record_mat(const char *fn, uint32_t sess, dev_target_t tgt, uint32_t tbl) {
-  RecordedCall *rec = record(fn);
-  if (rec) {
-    rec->call.sess_hdl = sess;
-    rec->call.dev_tgt = tgt;
-    rec->call.tbl_hdl = tbl;
-  }
-  return rec;
+// The fields every match-table call records: its session, device target and table.
+inline void record_mat(RecordedCall &r, uint32_t sess, dev_target_t tgt, uint32_t tbl) {
+  r.call.sess_hdl = sess;
+  r.call.dev_tgt = tgt;
+  r.call.tbl_hdl = tbl;
 }
 
-// A handle written by a pass-through call: the next number of the running count.
-inline void passthrough_hdl(uint32_t *p) {
-  ++g_passthrough_hdl;
-  if (p) *p = g_passthrough_hdl;
+// Records a callback's address as two words (the second is 0 on a 32-bit target) and its cookie.
+template <class Cb>
+inline void record_callback(RecordedCall &r, Cb cb, void *cookie) {
+  const uint64_t addr = reinterpret_cast<uintptr_t>(cb);
+  r.call.arg_u32[0] = static_cast<uint32_t>(addr);
+  r.call.arg_u32[1] = static_cast<uint32_t>(addr >> 32);
+  r.call.ptr_arg = cookie;
 }
 
 // A match record the model cannot read: null, or a null image with num_match_bytes not 0.
@@ -42,31 +40,18 @@ inline bool bad_action(const pipe_action_spec_t *a) {
          a->resource_count > PIPE_NUM_RES_SPECS;
 }
 
-// An update to report to a table's callback once the call's record is finished.
-struct Notice {
-  pipe_mat_update_cb cb = nullptr;
-  void *cookie = nullptr;
-  bf_dev_id_t dev = 0;
-  uint32_t tbl = 0;
-  pipe_mat_update_type_t type = PIPE_MAT_UPDATE_ADD;
-  uint32_t ent = 0;
-  uint32_t act = 0;
-
-  Notice() = default;
-  Notice(const Table &t, bf_dev_id_t dev, pipe_mat_update_type_t type, uint32_t ent, uint32_t act)
-      : cb(t.update_cb), cookie(t.update_cookie), dev(dev), tbl(t.hdl), type(type), ent(ent),
-        act(act) {}
-  void fire() const {
-    if (cb) cb(dev, tbl, type, ent, act, cookie);
-  }
-};
-
-// Finishes the record with the status and, on success, reports the update. The callback runs
-// last, so it may call back into the model.
-inline bf_status_t finish_and_notify(RecordedCall *rec, bf_status_t st, const Notice &n) {
-  finish(rec, st);
-  if (st == BF_SUCCESS) n.fire();
-  return st;
+// An update of a match table to report to its callback.
+inline Notice mat_notice(const Table &t, bf_dev_id_t dev, pipe_mat_update_type_t type, uint32_t ent, uint32_t act) {
+  Notice n;
+  n.kind = Notice::Kind::mat;
+  n.cb = reinterpret_cast<void (*)()>(t.update_cb);
+  n.cookie = t.update_cookie;
+  n.dev = dev;
+  n.tbl = t.hdl;
+  n.type = type;
+  n.a = ent;
+  n.b = act;
+  return n;
 }
 
 }  // namespace drvm

@@ -27,6 +27,7 @@ struct RecordedCall {
   uint8_t *copy_image(const uint8_t *src, size_t n);
   void copy_match(const pipe_tbl_match_spec_t *match);
   void copy_action(const pipe_action_spec_t *action);
+  void copy_bytes(const uint8_t *src, size_t n);
   void set_text(const char *s);
 };
 
@@ -47,11 +48,95 @@ inline bool take_fault(const char *fn, bf_status_t *status) {
   return g_faults_pending != 0 && take_fault_slow(fn, status);
 }
 
+// ---- Update notices ----
+
+// One update to report to a callback once the call that made it is finished.
+struct Notice {
+  enum class Kind : uint8_t { mat, adt, sel, sel_tbl };
+  Kind kind = Kind::mat;
+  void (*cb)() = nullptr;  // the registered callback, of the kind's type
+  void *cookie = nullptr;
+  bf_dev_id_t dev = 0;
+  uint32_t tbl = 0;
+  uint32_t type = 0;
+  uint32_t a = 0;  // entry, member or group handle
+  uint32_t b = 0;  // action handle or member handle
+  bool is_add = false;
+
+  void fire() const;
+};
+
+// The notices of one call. Room for them is made before the store changes (reserve), so that
+// adding one cannot fail once it has.
+class Notices {
+ public:
+  // May throw std::bad_alloc.
+  void reserve(size_t n) { list_.reserve(list_.size() + n); }
+  // Adds a notice for a registered callback (a null cb adds nothing); reserve made room for it.
+  void add(const Notice &n) {
+    if (n.cb != nullptr) list_.push_back(n);
+  }
+  void clear() { list_.clear(); }
+  void fire() const {
+    for (const Notice &n : list_) n.fire();
+  }
+
+ private:
+  std::vector<Notice> list_;
+};
+
+// ---- One driver call ----
+
+// What a call answers in pass-through mode.
+struct PassThrough {
+  enum class Mode : uint8_t { not_affected, zero, handle } mode;
+  uint32_t *hdl = nullptr;  // the handle pointer of Mode::handle; a null one is skipped
+
+  static PassThrough none() { return {Mode::not_affected}; }
+  static PassThrough zero() { return {Mode::zero}; }
+  static PassThrough handle(uint32_t *p) { return {Mode::handle, p}; }
+};
+
+// One call of a driver function, the skeleton every one of them shares:
+//  1. pass-through mode answers at once as `pt` says, recording nothing;
+//  2. the call is recorded: `fill(RecordedCall &)` writes the function's own fields;
+//  3. a queued refusal is taken: its status, no effect;
+//  4. `serve(RecordedCall *rec, Notices &notices)` checks the request and, if good, changes the
+//     store and queues the updates to report; it returns the status. It must leave the store as it
+//     was whenever it returns a refusal or throws, making room for everything before it commits;
+//  5. an allocation failure (std::bad_alloc) answers BF_NO_SYS_RESOURCES;
+//  6. the record is finished with the status, and only then, on success, the callbacks run, so
+//     that a callback may call the driver.
+template <class Fill, class Serve>
+inline bf_status_t driver_call(const char *fn, PassThrough pt, Fill &&fill, Serve &&serve) {
+  if (pt.mode != PassThrough::Mode::not_affected && g_passthrough) [[unlikely]] {
+    if (pt.mode == PassThrough::Mode::handle) {
+      ++g_passthrough_hdl;
+      if (pt.hdl) *pt.hdl = g_passthrough_hdl;
+    }
+    return BF_SUCCESS;
+  }
+  RecordedCall *rec = nullptr;
+  Notices notices;
+  bf_status_t st;
+  try {
+    rec = record(fn);
+    if (rec) fill(*rec);
+    if (!take_fault(fn, &st)) st = serve(rec, notices);
+  } catch (const std::bad_alloc &) {
+    st = BF_NO_SYS_RESOURCES;
+  }
+  finish(rec, st);
+  if (st == BF_SUCCESS) notices.fire();
+  return st;
+}
+
 // Per-module parts of drvm_reset.
 void reset_calls_and_faults();
 void reset_sys();
 void reset_clients();
 void reset_store();
+void reset_profiles();
 
 }  // namespace drvm
 

@@ -22,7 +22,8 @@ TEST_F(StoreTest, AnAddAndANewActionKeepTheWholeRequestAsTheirOwnCopy) {
   const Bytes v = {0x0A, 0x00, 0x01, 0x02, 0x03}, m = {0xFF, 0xFF, 0x00, 0xF0, 0x0F};
   Request r(v, m, 7, 3, {0x11, 0x22, 0x33});
   r.match.reserved = 0x55;
-  r.action = {PIPE_ACTION_GRP_TYPE, 2, 0x66, r.action.act_data, 0x1234, 0x5678, {}};
+  // Every field, the member and group words of an action record that binds to neither included.
+  r.action = {PIPE_ACTION_DATA_TYPE, 2, 0x66, r.action.act_data, 0x1234, 0x5678, {}};
   r.action.resources[0] = {0x5000001, 77, {{1, 2, 0x100000002ull, 3, 4, 5, 0xFFFFFFFFFull}}, PIPE_RES_TAG_ATTACHED};
   r.action.resources[2].tbl_hdl = 0x4000002;  // a record past resource_count is kept too
   const std::string sent = describe(r.action), key_sent = "p=7 part=3 bits=37 bytes=5 rsv=85 key=0a00010203/ffff00f00f";

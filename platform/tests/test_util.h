@@ -155,8 +155,11 @@ inline std::string table_state(bf_dev_id_t dev = 0, uint32_t tbl = kTbl) {
     uint32_t found = 0;
     if (s.st != BF_SUCCESS) continue;
     pipe_mgr_match_spec_to_ent_hdl(1, tgt(dev), tbl, &s.match, &found, false);
-    out += "[" + std::to_string(h) + " found=" + std::to_string(found) + " act=" + std::to_string(s.act) +
-           " ttl=" + std::to_string(s.ttl) + " " + describe(s.match) + " " + describe(s.action) + "]\n";
+    for (const std::string &part : {std::string("[") + std::to_string(h), std::string(" found=") + std::to_string(found),
+                                     std::string(" act=") + std::to_string(s.act),
+                                     std::string(" ttl=") + std::to_string(s.ttl), std::string(" ") + describe(s.match),
+                                     std::string(" ") + describe(s.action), std::string("]\n")})
+      out.append(part);
   }
   uint32_t dh = 0, dact = 0;
   pipe_action_spec_t da;

@@ -24,6 +24,10 @@ enum {
   BF_KEY_NOT_FOUND = 7,     /* no entry of the table has that match record */
   BF_NO_SPACE = 9,          /* a result buffer is too small, or a store is full */
   BF_END_OF_WALK = 10,      /* an iteration has no (further) entry */
+  BF_IN_USE = 11,           /* a member or group is still referred to: by a group, an entry, a
+                               default entry or as a fallback member */
+  BF_TABLE_MISMATCH = 12,   /* a member or group of another action profile, or of a pipe the
+                               request's object is not on */
   BF_UNEXPECTED = 15,       /* an internal inconsistency */
   BF_NOT_SUPPORTED = 17,    /* the model does not implement the request */
   BF_INJECTED_FAULT = 99    /* default status of a refusal injected by a test */

@@ -54,6 +54,8 @@ typedef struct drvm_call {
   int has_action;                /* action is a copy of a record the caller passed */
   pipe_action_spec_t action;
   const void *ptr_arg;           /* a pointer argument as passed (identity only, never read) */
+  const uint8_t *bytes;          /* a copy of a byte-string argument (a hash value), or null */
+  uint32_t num_bytes;            /* its length */
 } drvm_call_t;
 
 size_t drvm_call_count(void);
@@ -132,6 +134,53 @@ bf_status_t drvm_default_entry_get(bf_dev_id_t dev, uint32_t tbl_hdl, uint32_t *
  * BF_OBJECT_NOT_FOUND, with nothing written, while none is registered. */
 bf_status_t drvm_mat_update_cb(bf_dev_id_t dev, uint32_t tbl_hdl, pipe_mat_update_cb *cb,
                                void **cookie);
+
+/* ---- Action profiles ----
+ *
+ * Action data tables hold members, selector tables hold groups of them; see platform/README.md.
+ * Which action data table, selector table and match table form one action profile is known to the
+ * model by declaration (drvm_set_profile) or, failing that, from the first use that shows it: the
+ * first member added to a group of a selector pairs the selector with the member's table; the first
+ * entry bound to a member or a group pairs the match table with that profile. Once paired, a member
+ * or group of another profile is refused (BF_TABLE_MISMATCH). The hitless replay names a group's
+ * action data table by its selector's pairing. drvm_reset forgets every pairing. */
+
+/* Declares an action profile: its action data table, its selector table and the match table bound
+ * to it (0 for none yet). Completes a pairing known in part; BF_TABLE_MISMATCH, changing nothing,
+ * if it contradicts one; BF_INVALID_ARG for a 0 action data or selector table handle. */
+bf_status_t drvm_set_profile(uint32_t adt_tbl_hdl, uint32_t sel_tbl_hdl, uint32_t mat_tbl_hdl);
+/* The action data table, selector table or match table of the profile a table handle belongs to;
+ * 0 while unknown. */
+uint32_t drvm_profile_adt(uint32_t tbl_hdl);
+uint32_t drvm_profile_sel(uint32_t tbl_hdl);
+uint32_t drvm_profile_mat(uint32_t tbl_hdl);
+
+/* Number of members of an action data table of a device. */
+size_t drvm_member_count(bf_dev_id_t dev, uint32_t adt_tbl_hdl);
+/* A member as the model keeps it: its action handle, its action record (whose image pointer points
+ * into the model and stays valid until the member changes or the model is reset), its pipe scope
+ * and the number of references that keep it from being deleted (groups holding it, entries bound
+ * to it, selectors' fallback settings). Any output may be null. BF_OBJECT_NOT_FOUND, writing
+ * nothing, for an unknown member. */
+bf_status_t drvm_member_get(bf_dev_id_t dev, uint32_t adt_tbl_hdl, uint32_t mbr_hdl, uint32_t *act_fn_hdl,
+                            pipe_action_spec_t *action, uint32_t *pipe, uint32_t *refs);
+/* Number of groups of a selector table of a device. */
+size_t drvm_group_count(bf_dev_id_t dev, uint32_t sel_tbl_hdl);
+/* A group: its maximum size, pipe scope and number of members. BF_OBJECT_NOT_FOUND if unknown. */
+bf_status_t drvm_group_get(bf_dev_id_t dev, uint32_t sel_tbl_hdl, uint32_t grp_hdl, uint32_t *max_size,
+                           uint32_t *pipe, uint32_t *num_mbrs);
+/* The i-th member of a group (from 0, in the order they joined) and whether it is active.
+ * BF_OBJECT_NOT_FOUND past the last one. */
+bf_status_t drvm_group_member(bf_dev_id_t dev, uint32_t sel_tbl_hdl, uint32_t grp_hdl, size_t i, uint32_t *mbr_hdl,
+                              int *active);
+/* The fallback member of a selector table for a pipe (0xFFFF: set for all pipes).
+ * BF_OBJECT_NOT_FOUND while none is set. */
+bf_status_t drvm_fallback_member(bf_dev_id_t dev, uint32_t sel_tbl_hdl, uint32_t pipe, uint32_t *mbr_hdl);
+/* The callbacks registered for a table of a device, by pipe_register_adt_update_cb,
+ * pipe_register_sel_update_cb and pipe_mgr_sel_tbl_register_cb. BF_OBJECT_NOT_FOUND while none is. */
+bf_status_t drvm_adt_update_cb(bf_dev_id_t dev, uint32_t adt_tbl_hdl, pipe_adt_update_cb *cb, void **cookie);
+bf_status_t drvm_sel_update_cb(bf_dev_id_t dev, uint32_t sel_tbl_hdl, pipe_sel_update_cb *cb, void **cookie);
+bf_status_t drvm_sel_tbl_cb(bf_dev_id_t dev, uint32_t sel_tbl_hdl, pipe_sel_tbl_update_cb *cb, void **cookie);
 
 #ifdef __cplusplus
 }
