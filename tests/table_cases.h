@@ -12,3 +12,9 @@ extern const TableCase kEntryCases[];
 extern const size_t kEntryCaseCount;
 extern const TableCase kDefaultCases[];
 extern const size_t kDefaultCaseCount;
+
+// The action-profile families: every member action of every profile, every bound table.
+extern const TableCase kMemberCases[];
+extern const size_t kMemberCaseCount;
+extern const TableCase kBoundCases[];
+extern const size_t kBoundCaseCount;

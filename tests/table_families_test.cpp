@@ -124,10 +124,13 @@ TEST_F(TableFamilies, DefaultEntryReadBackFailuresLeaveTheRecordAndLogNothing) {
   drvm_set_debug_mode(1);
   EXPECT_EQ(p4_pd_corvin_switch_l2Lookup_table_get_default_entry(kSess, kTgt, 0, &spec), 15u);
   EXPECT_EQ(std::memcmp(&spec, &before, sizeof spec), 0);
-  // A record that is not an action image: 15 as well.
+  // A record that is not an action image (a member's, which the driver holds): 15 as well.
+  uint32_t m = 0, h = 0;
+  ASSERT_EQ(p4_pd_corvin_switch_ecmpMemberActionProfile_add_member_with_NoAction(kSess, kTgt, &m), 0u);
   foreign.action_data_type = PIPE_ACTION_MBR_TYPE;
-  ASSERT_EQ(drvm_set_initial_default(kTgt.device_id, 0x100002C, 0x20000072, &foreign), 0);
-  ASSERT_EQ(p4_pd_corvin_switch_l2Lookup_table_reset_default_entry(kSess, kTgt), 0u);
+  foreign.member_hdl = m;
+  ASSERT_EQ(pipe_mgr_mat_default_entry_set(kSess, {kTgt.device_id, kTgt.dev_pipe_id}, 0x100002C, 0x20000099, &foreign,
+                                           0, &h), 0);
   EXPECT_EQ(p4_pd_corvin_switch_l2Lookup_table_get_default_entry(kSess, kTgt, 0, &spec), 15u);
   EXPECT_EQ(std::memcmp(&spec, &before, sizeof spec), 0);
   EXPECT_EQ(drvm_log_count(), 0u);
@@ -151,22 +154,25 @@ TEST_F(TableFamilies, ProfileBoundDefaultEntryReadsItsBinding) {
   uint8_t is_mbr = 9, is_grp = 9;
   p4_pd_grp_hdl_t grp = 0xAAAA;
   p4_pd_mbr_hdl_t mbr = 0xBBBB;
-  pipe_action_spec_t bound;
-  std::memset(&bound, 0, sizeof bound);
-  bound.action_data_type = PIPE_ACTION_GRP_TYPE;
-  bound.group_hdl = 17;
-  uint32_t table = 0;
-  ASSERT_EQ(p4_pd_corvin_switch_ecmpGroup_get_mat_table_handle(&table), 0u);
-  ASSERT_EQ(drvm_set_initial_default(kTgt.device_id, table, 0, &bound), 0);
+  uint32_t m = 0, g = 0, d = 0;
+  ASSERT_EQ(p4_pd_corvin_switch_ecmpMemberActionProfile_add_member_with_NoAction(kSess, kTgt, &m), 0u);
+  ASSERT_EQ(p4_pd_corvin_switch_ecmpMemberActionProfile_create_group(kSess, kTgt, 2, &g), 0u);
+  ASSERT_EQ(p4_pd_corvin_switch_ecmpMemberActionProfile_add_member_to_group(kSess, kTgt.device_id, g, m), 0u);
+  ASSERT_EQ(p4_pd_corvin_switch_ecmpGroup_set_default_entry_with_selector(kSess, kTgt, g, &d), 0u);
   ASSERT_EQ(p4_pd_corvin_switch_ecmpGroup_table_get_default_entry(kSess, kTgt, 0, &is_mbr, &is_grp, &grp, &mbr), 0u);
   EXPECT_EQ(is_mbr, 0);
   EXPECT_EQ(is_grp, 1);
-  EXPECT_EQ(grp, 17u);
+  EXPECT_EQ(grp, g);
   EXPECT_EQ(mbr, 0xBBBBu) << "the handle not named stays";
   EXPECT_EQ(drvm_last_call("pipe_mgr_table_get_default_entry")->action.act_data.num_action_data_bytes, 0)
       << "no image buffer on a profile-bound table";
-  bound.action_data_type = PIPE_ACTION_DATA_TYPE;
-  ASSERT_EQ(drvm_set_initial_default(kTgt.device_id, table, 0, &bound), 0);
+  // The program's initial default carries an action image, which a bound table cannot read: 15.
+  pipe_action_spec_t initial;
+  std::memset(&initial, 0, sizeof initial);
+  initial.action_data_type = PIPE_ACTION_DATA_TYPE;
+  uint32_t table = 0;
+  ASSERT_EQ(p4_pd_corvin_switch_ecmpGroup_get_mat_table_handle(&table), 0u);
+  ASSERT_EQ(drvm_set_initial_default(kTgt.device_id, table, 0, &initial), 0);
   ASSERT_EQ(p4_pd_corvin_switch_ecmpGroup_table_reset_default_entry(kSess, kTgt), 0u);
   is_mbr = is_grp = 9;
   EXPECT_EQ(p4_pd_corvin_switch_ecmpGroup_table_get_default_entry(kSess, kTgt, 0, &is_mbr, &is_grp, &grp, &mbr), 15u);
@@ -248,10 +254,14 @@ TEST_F(GetEntry, UnknownActionHandleFinishesTheKeyAndYields15) {
 
 TEST_F(GetEntry, RecordOfAnotherTypeYields15AtOnce) {
   p4_pd_entry_hdl_t h = add_known_ucast();
+  // The driver binds the entry to a member: a record type l2Lookup never uses.
+  uint32_t m = 0;
+  ASSERT_EQ(p4_pd_corvin_switch_ecmpMemberActionProfile_add_member_with_NoAction(kSess, kTgt, &m), 0u);
   pipe_action_spec_t member;
   std::memset(&member, 0, sizeof member);
   member.action_data_type = PIPE_ACTION_MBR_TYPE;
-  ASSERT_EQ(pipe_mgr_mat_ent_set_action(kSess, kTgt.device_id, 0x100002C, h, 0x2000006E, &member, 0), 0);
+  member.member_hdl = m;
+  ASSERT_EQ(pipe_mgr_mat_ent_set_action(kSess, kTgt.device_id, 0x100002C, h, 0x20000099, &member, 0), 0);
   drvm_clear_log();
   EXPECT_EQ(get(h), 15u);
   EXPECT_STREQ(name_, "untouched");
@@ -293,15 +303,17 @@ TEST_F(GetEntry, IndexBearingParameterComesFromTheResourceList) {
 TEST_F(GetEntry, ProfileBoundEntryReadsItsBinding) {
   uint32_t table = 0;
   ASSERT_EQ(p4_pd_corvin_switch_lagGroup_get_mat_table_handle(&table), 0u);
-  // Bind an entry to member 5 the way the driver would store it.
+  // Bind an entry to a member the way the driver would store it.
+  uint32_t m = 0;
+  ASSERT_EQ(p4_pd_corvin_switch_lagPortActionProfile_add_member_with_setPhysicalPort(kSess, kTgt, &m), 0u);
   uint8_t value[3] = {0x01, 0x23, 0x45}, mask[3] = {0x1F, 0xFF, 0xFF};
   pipe_tbl_match_spec_t ms = {value, mask, 0, 6, 21, 3, 0};
   pipe_action_spec_t as;
   std::memset(&as, 0, sizeof as);
   as.action_data_type = PIPE_ACTION_MBR_TYPE;
-  as.member_hdl = 5;
+  as.member_hdl = m;
   p4_pd_entry_hdl_t h;
-  ASSERT_EQ(pipe_mgr_mat_ent_add(kSess, {kTgt.device_id, kTgt.dev_pipe_id}, table, &ms, 0, &as, 0, 0, &h), 0);
+  ASSERT_EQ(pipe_mgr_mat_ent_add(kSess, {kTgt.device_id, kTgt.dev_pipe_id}, table, &ms, 0x200000e4, &as, 0, 0, &h), 0);
   p4_pd_corvin_switch_lagGroup_match_spec_t got;
   uint32_t prio = 0;
   uint8_t is_mbr = 9, is_grp = 9, dflt = 9;
@@ -311,7 +323,7 @@ TEST_F(GetEntry, ProfileBoundEntryReadsItsBinding) {
                                                     &dflt), 0u);
   EXPECT_EQ(is_mbr, 1);
   EXPECT_EQ(is_grp, 0);
-  EXPECT_EQ(mbr, 5u);
+  EXPECT_EQ(mbr, m);
   EXPECT_EQ(prio, 6u);
   EXPECT_EQ(dflt, 0);
   EXPECT_EQ(got.egrMd_egrL2AintfUnresolved, 0x12345u);
