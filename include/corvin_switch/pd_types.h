@@ -65,11 +65,14 @@ typedef uint32_t p4_pd_tbl_prop_args_t;
 /* Called by the driver when an entry of the table changes; registered per device and table. */
 typedef pipe_mat_update_cb p4_pd_mat_update_cb;
 
-/* Whether a member of a selector group takes part in selection. */
-typedef enum p4_pd_grp_mbr_state {
+/* Whether a member of a selector group takes part in selection: an unsigned 32-bit word holding one
+ * of the two values below. A word, not a C enum type, so that any value a caller passes is a value
+ * of the type, in C and in C++ alike. */
+typedef uint32_t p4_pd_grp_mbr_state_e;
+enum {
   P4_PD_GRP_MBR_STATE_ACTIVE = 0,
   P4_PD_GRP_MBR_STATE_INACTIVE = 1
-} p4_pd_grp_mbr_state_e;
+};
 
 /* Called by the driver when a member joins or leaves a group of a profile's selector. */
 typedef pipe_sel_tbl_update_cb p4_pd_sel_tbl_update_cb;

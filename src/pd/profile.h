@@ -159,7 +159,7 @@ template <const ProfileDesc &P>
 CV_INLINE p4_pd_status_t group_member_state_set(const char *function, p4_pd_sess_hdl_t sess, uint32_t dev,
                                                 p4_pd_grp_hdl_t grp, p4_pd_mbr_hdl_t mbr,
                                                 p4_pd_grp_mbr_state_e mbr_state) {
-  switch (static_cast<uint32_t>(mbr_state)) {
+  switch (mbr_state) {
     case P4_PD_GRP_MBR_STATE_ACTIVE:
       return static_cast<p4_pd_status_t>(pipe_mgr_sel_grp_mbr_enable(sess, dev, P.sel_handle, grp, mbr, 0));
     case P4_PD_GRP_MBR_STATE_INACTIVE:
