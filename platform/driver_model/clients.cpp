@@ -59,7 +59,7 @@ using namespace drvm;
 extern "C" {
 
 bf_status_t bf_drv_register(const char *client_name, bf_drv_client_handle_t *client_hdl) {
-  return driver_call(
+  return DRIVER_CALL(
       "bf_drv_register", PassThrough::none(),
       [&](RecordedCall &r) {
         r.set_text(client_name);
@@ -82,7 +82,7 @@ bf_status_t bf_drv_register(const char *client_name, bf_drv_client_handle_t *cli
 }
 
 bf_status_t bf_drv_deregister(bf_drv_client_handle_t client_hdl) {
-  return driver_call(
+  return DRIVER_CALL(
       "bf_drv_deregister", PassThrough::none(), [&](RecordedCall &r) { r.call.arg_u32[0] = client_hdl; },
       [&](RecordedCall *, Notices &) -> bf_status_t {
         for (auto it = g_clients.begin(); it != g_clients.end(); ++it) {
@@ -98,7 +98,7 @@ bf_status_t bf_drv_deregister(bf_drv_client_handle_t client_hdl) {
 bf_status_t bf_drv_client_register_callbacks(bf_drv_client_handle_t client_hdl,
                                              bf_drv_client_callbacks_t *callbacks,
                                              bf_drv_client_prio_t prio) {
-  return driver_call(
+  return DRIVER_CALL(
       "bf_drv_client_register_callbacks", PassThrough::none(),
       [&](RecordedCall &r) {
         r.call.arg_u32[0] = client_hdl;

@@ -16,6 +16,10 @@ std::unordered_map<bf_dev_id_t, Device> g_devices;
 // The pointer handed out for an image that is present but empty.
 uint8_t g_empty_image[1];
 
+// An entry's block, from the model's own memory: null when it runs out.
+uint8_t *new_block(size_t size) { return new (std::nothrow) uint8_t[size]; }
+void free_block(uint8_t *block) { delete[] block; }
+
 inline uint64_t mix(uint64_t h, uint64_t w) {
   h = (h ^ w) * 0x9E3779B97F4A7C15ull;
   return h ^ (h >> 29);
@@ -175,10 +179,55 @@ pipe_action_spec_t ActionCopy::view() const {
   return s;
 }
 
+// ---- StoredAction ----
+
+// A member's fixed part is what most of its overhead is: keep it small.
+static_assert(sizeof(StoredAction) <= 32, "stored action record size");
+
+StoredAction StoredAction::of(uint32_t act_fn_hdl, const pipe_action_spec_t &action) {
+  const ActionPart part = action_part(action);
+  StoredAction a;
+  if (part.bytes()) {
+    a.block_.reset(new uint8_t[part.bytes()]);
+    write_action_part(a.block_.get(), action, part);
+  }
+  a.act_fn_hdl_ = act_fn_hdl;
+  a.member_hdl_ = action.member_hdl;
+  a.group_hdl_ = action.group_hdl;
+  a.bits_ = action.act_data.num_valid_action_data_bits;
+  a.bytes_ = action.act_data.num_action_data_bytes;
+  a.reserved_ = action.reserved;
+  a.type_ = action.action_data_type;
+  a.resource_count_ = action.resource_count;
+  a.res_kept_ = part.res_kept;
+  a.image_null_ = action.act_data.action_data_bytes == nullptr;
+  return a;
+}
+
+const uint8_t *StoredAction::image() const {
+  if (image_null_) return nullptr;
+  return bytes_ ? block_.get() : g_empty_image;
+}
+
+pipe_action_spec_t StoredAction::view() const {
+  pipe_action_spec_t s;
+  std::memset(&s, 0, sizeof s);
+  s.action_data_type = type_;
+  s.resource_count = resource_count_;
+  s.reserved = reserved_;
+  s.act_data.num_valid_action_data_bits = bits_;
+  s.act_data.num_action_data_bytes = bytes_;
+  s.act_data.action_data_bytes = const_cast<uint8_t *>(image());
+  s.member_hdl = member_hdl_;
+  s.group_hdl = group_hdl_;
+  if (res_kept_) std::memcpy(s.resources, block_.get() + bytes_, res_kept_ * sizeof(pipe_res_spec_t));
+  return s;
+}
+
 // ---- Table and Device ----
 
 Table::~Table() {
-  for (StoredEntry &e : entries) std::free(e.block);
+  for (StoredEntry &e : entries) free_block(e.block);
 }
 
 KeyRef Table::key_of(const StoredEntry &e) const {
@@ -281,7 +330,7 @@ bf_status_t store_add(bf_dev_id_t dev, uint32_t tbl_hdl, const pipe_tbl_match_sp
   const size_t size = 2 * size_t{nb} + part.bytes();
   StoredEntry e{};
   if (size) {
-    e.block = static_cast<uint8_t *>(std::malloc(size));
+    e.block = new_block(size);
     if (e.block == nullptr) return BF_NO_SYS_RESOURCES;
     if (nb) {
       std::memcpy(e.block, match.match_value_bytes, nb);
@@ -307,7 +356,7 @@ bf_status_t store_add(bf_dev_id_t dev, uint32_t tbl_hdl, const pipe_tbl_match_sp
     t->order.reserve_one();
     room_for_one(d.by_handle);
   } catch (const std::bad_alloc &) {
-    std::free(e.block);
+    free_block(e.block);
     return BF_NO_SYS_RESOURCES;
   }
 
@@ -349,12 +398,12 @@ bf_status_t store_set_action(Table &t, uint32_t slot, uint32_t act_fn_hdl,
   const size_t size = key_bytes + part.bytes();
   uint8_t *block = nullptr;
   if (size) {
-    block = static_cast<uint8_t *>(std::malloc(size));
+    block = new_block(size);
     if (block == nullptr) return BF_NO_SYS_RESOURCES;
     if (key_bytes) std::memcpy(block, e.block, key_bytes);
     write_action_part(block + key_bytes, action, part);
   }
-  std::free(e.block);
+  free_block(e.block);
   e.block = block;
   set_action_fields(e, act_fn_hdl, action, part);
   return BF_SUCCESS;
@@ -366,7 +415,7 @@ void store_delete(bf_dev_id_t dev, Table &t, uint32_t slot) {
   const uint32_t hdl = e.handle;
   t.index.erase(e.hash, slot);
   t.order.erase_at(t.order.find(hdl));
-  std::free(e.block);
+  free_block(e.block);
   d.by_handle[hdl] = EntryLoc{kNoTable, kNoSlot};
   const uint32_t last = static_cast<uint32_t>(t.entries.size() - 1);
   if (slot != last) {

@@ -152,6 +152,37 @@ struct ActionCopy {
   pipe_action_spec_t view() const;
 };
 
+// An action handle and action record kept as compactly as an entry keeps its own: the fixed fields,
+// and one heap block holding the action image and then the resource records up to the last one that
+// is not all zero (no block when that is nothing). For the members of action data tables.
+class StoredAction {
+ public:
+  // May throw std::bad_alloc.
+  static StoredAction of(uint32_t act_fn_hdl, const pipe_action_spec_t &action);
+
+  uint32_t act_fn_hdl() const { return act_fn_hdl_; }
+  uint8_t resource_count() const { return resource_count_; }
+  uint16_t image_bits() const { return bits_; }
+  uint16_t image_bytes() const { return bytes_; }
+  // The image; null if the caller's was null.
+  const uint8_t *image() const;
+  // The whole record, its image pointer pointing into the block (null if the caller's was null).
+  pipe_action_spec_t view() const;
+
+ private:
+  std::unique_ptr<uint8_t[]> block_;
+  uint32_t act_fn_hdl_ = 0;
+  uint32_t member_hdl_ = 0;
+  uint32_t group_hdl_ = 0;
+  uint16_t bits_ = 0;
+  uint16_t bytes_ = 0;
+  uint16_t reserved_ = 0;
+  uint8_t type_ = 0;
+  uint8_t resource_count_ = 0;
+  uint8_t res_kept_ = 0;
+  bool image_null_ = true;
+};
+
 // The action side of a stored entry or of a default, for reading back into a caller's record.
 struct ActionView {
   uint32_t act_fn_hdl;

@@ -19,7 +19,7 @@ pipe_status_t pipe_mgr_mat_default_entry_set(pipe_sess_hdl_t sess_hdl, dev_targe
                                              pipe_mat_tbl_hdl_t mat_tbl_hdl, pipe_act_fn_hdl_t act_fn_hdl,
                                              pipe_action_spec_t *act_spec, uint32_t pipe_api_flags,
                                              pipe_mat_ent_hdl_t *ent_hdl_p) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_mat_default_entry_set", PassThrough::handle(ent_hdl_p),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, dev_tgt, mat_tbl_hdl);
@@ -52,7 +52,7 @@ pipe_status_t pipe_mgr_mat_default_entry_set(pipe_sess_hdl_t sess_hdl, dev_targe
 
 pipe_status_t pipe_mgr_mat_tbl_default_entry_reset(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tgt,
                                                    pipe_mat_tbl_hdl_t mat_tbl_hdl, uint32_t pipe_api_flags) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_mat_tbl_default_entry_reset", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, dev_tgt, mat_tbl_hdl);
@@ -81,7 +81,7 @@ pipe_status_t pipe_mgr_mat_tbl_default_entry_reset(pipe_sess_hdl_t sess_hdl, dev
 pipe_status_t pipe_mgr_table_get_default_entry_handle(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tgt,
                                                       pipe_mat_tbl_hdl_t mat_tbl_hdl,
                                                       pipe_mat_ent_hdl_t *ent_hdl_p) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_table_get_default_entry_handle", PassThrough::handle(ent_hdl_p),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, dev_tgt, mat_tbl_hdl);
@@ -103,7 +103,7 @@ pipe_status_t pipe_mgr_table_get_default_entry(pipe_sess_hdl_t sess_hdl, dev_tar
                                                pipe_mat_tbl_hdl_t mat_tbl_hdl, pipe_action_spec_t *act_spec,
                                                pipe_act_fn_hdl_t *act_fn_hdl_p, bool from_hw,
                                                uint32_t res_get_flags, void *res_data) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_table_get_default_entry", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, dev_tgt, mat_tbl_hdl);

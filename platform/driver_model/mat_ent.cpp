@@ -14,7 +14,7 @@ pipe_status_t pipe_mgr_mat_ent_add(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tg
                                    pipe_act_fn_hdl_t act_fn_hdl, pipe_action_spec_t *act_spec,
                                    uint32_t ttl, uint32_t pipe_api_flags,
                                    pipe_mat_ent_hdl_t *ent_hdl_p) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_mat_ent_add", PassThrough::handle(ent_hdl_p),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, dev_tgt, mat_tbl_hdl);
@@ -77,7 +77,7 @@ pipe_status_t pipe_mgr_mat_ent_set_action(pipe_sess_hdl_t sess_hdl, bf_dev_id_t 
                                           pipe_mat_tbl_hdl_t mat_tbl_hdl, pipe_mat_ent_hdl_t mat_ent_hdl,
                                           pipe_act_fn_hdl_t act_fn_hdl, pipe_action_spec_t *act_spec,
                                           uint32_t pipe_api_flags) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_mat_ent_set_action", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, all_pipes(dev_id), mat_tbl_hdl);
@@ -100,7 +100,7 @@ pipe_status_t pipe_mgr_mat_ent_set_action_by_match_spec(pipe_sess_hdl_t sess_hdl
                                                         pipe_tbl_match_spec_t *match_spec,
                                                         pipe_act_fn_hdl_t act_fn_hdl,
                                                         pipe_action_spec_t *act_spec, uint32_t pipe_api_flags) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_mat_ent_set_action_by_match_spec", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, dev_tgt, mat_tbl_hdl);
@@ -122,7 +122,7 @@ pipe_status_t pipe_mgr_mat_ent_set_action_by_match_spec(pipe_sess_hdl_t sess_hdl
 
 pipe_status_t pipe_mgr_mat_ent_del(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id, pipe_mat_tbl_hdl_t mat_tbl_hdl,
                                    pipe_mat_ent_hdl_t mat_ent_hdl, uint32_t pipe_api_flags) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_mat_ent_del", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, all_pipes(dev_id), mat_tbl_hdl);
@@ -141,7 +141,7 @@ pipe_status_t pipe_mgr_mat_ent_del(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id,
 pipe_status_t pipe_mgr_mat_ent_del_by_match_spec(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tgt,
                                                  pipe_mat_tbl_hdl_t mat_tbl_hdl,
                                                  pipe_tbl_match_spec_t *match_spec, uint32_t pipe_api_flags) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_mat_ent_del_by_match_spec", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, dev_tgt, mat_tbl_hdl);

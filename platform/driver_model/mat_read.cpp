@@ -68,7 +68,7 @@ pipe_status_t pipe_mgr_get_entry(pipe_sess_hdl_t sess_hdl, pipe_mat_tbl_hdl_t ma
                                  pipe_mat_ent_hdl_t mat_ent_hdl, pipe_tbl_match_spec_t *match_spec,
                                  pipe_action_spec_t *act_spec, pipe_act_fn_hdl_t *act_fn_hdl_p, bool from_hw,
                                  uint32_t res_get_flags, void *res_data) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_get_entry", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, dev_tgt, mat_tbl_hdl);
@@ -121,7 +121,7 @@ pipe_status_t pipe_mgr_get_entry(pipe_sess_hdl_t sess_hdl, pipe_mat_tbl_hdl_t ma
 pipe_status_t pipe_mgr_match_spec_to_ent_hdl(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tgt,
                                              pipe_mat_tbl_hdl_t mat_tbl_hdl, pipe_tbl_match_spec_t *match_spec,
                                              pipe_mat_ent_hdl_t *ent_hdl_p, bool light_pipe_validation) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_match_spec_to_ent_hdl", PassThrough::handle(ent_hdl_p),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, dev_tgt, mat_tbl_hdl);
@@ -143,7 +143,7 @@ pipe_status_t pipe_mgr_match_spec_to_ent_hdl(pipe_sess_hdl_t sess_hdl, dev_targe
 
 pipe_status_t pipe_mgr_get_first_entry_handle(pipe_sess_hdl_t sess_hdl, pipe_mat_tbl_hdl_t mat_tbl_hdl,
                                               dev_target_t dev_tgt, pipe_mat_ent_hdl_t *ent_hdl_p) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_get_first_entry_handle", PassThrough::handle(ent_hdl_p),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, dev_tgt, mat_tbl_hdl);
@@ -170,7 +170,7 @@ pipe_status_t pipe_mgr_get_first_entry_handle(pipe_sess_hdl_t sess_hdl, pipe_mat
 pipe_status_t pipe_mgr_get_next_entry_handles(pipe_sess_hdl_t sess_hdl, pipe_mat_tbl_hdl_t mat_tbl_hdl,
                                               dev_target_t dev_tgt, pipe_mat_ent_hdl_t mat_ent_hdl, int n,
                                               pipe_mat_ent_hdl_t *next_ent_hdls) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_get_next_entry_handles", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, dev_tgt, mat_tbl_hdl);
@@ -207,7 +207,7 @@ pipe_status_t pipe_mgr_get_next_entry_handles(pipe_sess_hdl_t sess_hdl, pipe_mat
 
 pipe_status_t pipe_mgr_get_entry_count(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tgt,
                                        pipe_mat_tbl_hdl_t mat_tbl_hdl, bool read_from_hw, uint32_t *count_p) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_get_entry_count", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, dev_tgt, mat_tbl_hdl);

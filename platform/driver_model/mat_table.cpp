@@ -10,7 +10,7 @@ extern "C" {
 
 pipe_status_t pipe_mgr_tbl_set_property(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id, pipe_mat_tbl_hdl_t tbl_hdl,
                                         uint32_t property, uint32_t value, uint32_t args, uint32_t pipe_api_flags) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_tbl_set_property", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, all_pipes(dev_id), tbl_hdl);
@@ -28,7 +28,7 @@ pipe_status_t pipe_mgr_tbl_set_property(pipe_sess_hdl_t sess_hdl, bf_dev_id_t de
 
 pipe_status_t pipe_mgr_tbl_get_property(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id, pipe_mat_tbl_hdl_t tbl_hdl,
                                         uint32_t property, uint32_t *value_p, uint32_t *args_p) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_tbl_get_property", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, all_pipes(dev_id), tbl_hdl);
@@ -53,7 +53,7 @@ pipe_status_t pipe_mgr_tbl_get_property(pipe_sess_hdl_t sess_hdl, bf_dev_id_t de
 
 pipe_status_t pipe_register_mat_update_cb(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id,
                                           pipe_mat_tbl_hdl_t mat_tbl_hdl, pipe_mat_update_cb cb, void *cookie) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_register_mat_update_cb", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, all_pipes(dev_id), mat_tbl_hdl);

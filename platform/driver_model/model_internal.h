@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -12,9 +13,11 @@
 
 namespace drvm {
 
-// Pass-through mode of pipe_mgr_mat_ent_add; plain globals so the fast path is a load and a branch.
-extern bool g_passthrough;
-extern uint32_t g_passthrough_hdl;
+// Pass-through mode: plain globals, hidden in the library, so that the fast path of a driver
+// function is one load and a branch.
+#define CV_DRVM_HIDDEN __attribute__((visibility("hidden")))
+extern bool g_passthrough CV_DRVM_HIDDEN;
+extern uint32_t g_passthrough_hdl CV_DRVM_HIDDEN;
 
 // One recorded call with the memory its pointers point into.
 struct RecordedCall {
@@ -42,7 +45,7 @@ inline bf_status_t finish(RecordedCall *rec, bf_status_t status) {
 }
 
 // True if a refusal is queued for fn; *status is then its status and the refusal is used up.
-extern size_t g_faults_pending;
+extern size_t g_faults_pending CV_DRVM_HIDDEN;
 bool take_fault_slow(const char *fn, bf_status_t *status);
 inline bool take_fault(const char *fn, bf_status_t *status) {
   return g_faults_pending != 0 && take_fault_slow(fn, status);
@@ -97,25 +100,23 @@ struct PassThrough {
   static PassThrough handle(uint32_t *p) { return {Mode::handle, p}; }
 };
 
-// One call of a driver function, the skeleton every one of them shares:
-//  1. pass-through mode answers at once as `pt` says, recording nothing;
-//  2. the call is recorded: `fill(RecordedCall &)` writes the function's own fields;
-//  3. a queued refusal is taken: its status, no effect;
-//  4. `serve(RecordedCall *rec, Notices &notices)` checks the request and, if good, changes the
-//     store and queues the updates to report; it returns the status. It must leave the store as it
-//     was whenever it returns a refusal or throws, making room for everything before it commits;
-//  5. an allocation failure (std::bad_alloc) answers BF_NO_SYS_RESOURCES;
-//  6. the record is finished with the status, and only then, on success, the callbacks run, so
-//     that a callback may call the driver.
-template <class Fill, class Serve>
-inline bf_status_t driver_call(const char *fn, PassThrough pt, Fill &&fill, Serve &&serve) {
-  if (pt.mode != PassThrough::Mode::not_affected && g_passthrough) [[unlikely]] {
-    if (pt.mode == PassThrough::Mode::handle) {
-      ++g_passthrough_hdl;
-      if (pt.hdl) *pt.hdl = g_passthrough_hdl;
-    }
-    return BF_SUCCESS;
+// Whether pass-through mode answers a call at once: it is on, and the function is one of
+// drv/pipe_mgr.h.
+inline bool passes_through(PassThrough pt) { return pt.mode != PassThrough::Mode::not_affected && g_passthrough; }
+
+// The answer of pass-through mode: 0, and for a function that writes one handle the next number of
+// the running count (a null handle pointer skips the write, not the count).
+inline bf_status_t pass_through(PassThrough pt) {
+  if (pt.mode == PassThrough::Mode::handle) {
+    ++g_passthrough_hdl;
+    if (pt.hdl) *pt.hdl = g_passthrough_hdl;
   }
+  return BF_SUCCESS;
+}
+
+// Steps 2 to 6 of a driver call (see DRIVER_CALL).
+template <class Fill, class Serve>
+[[gnu::noinline]] bf_status_t serve_call(const char *fn, Fill &&fill, Serve &&serve) {
   RecordedCall *rec = nullptr;
   Notices notices;
   bf_status_t st;
@@ -130,6 +131,28 @@ inline bf_status_t driver_call(const char *fn, PassThrough pt, Fill &&fill, Serv
   if (st == BF_SUCCESS) notices.fire();
   return st;
 }
+
+}  // namespace drvm
+
+// One call of a driver function, the skeleton every one of them shares. A driver function is
+//   return DRIVER_CALL("its name", what pass-through answers, fill, serve);
+// and the skeleton runs:
+//  1. pass-through mode answers at once as the PassThrough says, recording nothing;
+//  2. the call is recorded: `fill(RecordedCall &)` writes the function's own fields;
+//  3. a queued refusal is taken: its status, no effect;
+//  4. `serve(RecordedCall *rec, Notices &notices)` checks the request and, if good, changes the
+//     store and queues the updates to report; it returns the status. It must leave the store as it
+//     was whenever it returns a refusal or throws, making room for everything before it commits;
+//  5. an allocation failure (std::bad_alloc) answers BF_NO_SYS_RESOURCES;
+//  6. the record is finished with the status, and only then, on success, the callbacks run, so
+//     that a callback may call the driver.
+// It is a macro only so that step 1 comes before the two lambdas are even made: the pass-through
+// path of a driver function is then one load and a branch. The PassThrough is evaluated twice and
+// must have no side effects.
+#define DRIVER_CALL(fn, pt, ...)                                                                  \
+  (::drvm::passes_through(pt) ? ::drvm::pass_through(pt) : ::drvm::serve_call(fn, __VA_ARGS__))
+
+namespace drvm {
 
 // Per-module parts of drvm_reset.
 void reset_calls_and_faults();

@@ -67,15 +67,19 @@ GroupAt group_at(bf_dev_id_t dev, uint32_t sel, uint32_t grp) {
   return GroupAt{t, &it->second, BF_SUCCESS};
 }
 
-// A member that may serve a selector table: one of the device's, of the table's profile.
+// A member that may serve a selector table: one of the device's (BF_OBJECT_NOT_FOUND), of the
+// table's profile (BF_TABLE_MISMATCH). Makes room for the pairing it shows. May throw.
 bf_status_t member_for(bf_dev_id_t dev, uint32_t sel, uint32_t mbr, MemberRef *out) {
   const MemberRef r = find_member(dev, mbr);
   if (r.m == nullptr) return BF_OBJECT_NOT_FOUND;
-  const uint32_t adt = adt_of(sel);
-  if (adt != 0 && adt != r.adt) return BF_TABLE_MISMATCH;
+  if (bf_status_t st = check_profile(r.adt, Role::adt, sel, Role::sel); st != BF_SUCCESS) return st;
   *out = r;
   return BF_SUCCESS;
 }
+
+// Whether a member scoped to `mbr_pipe` may serve something scoped to `pipe`: one of the same pipe,
+// or a member of all pipes.
+bool pipes_fit(uint32_t mbr_pipe, uint32_t pipe) { return mbr_pipe == BF_DEV_PIPE_ALL || mbr_pipe == pipe; }
 
 // The pick of a hash among n: the hash bytes as one big-endian number, modulo n.
 uint32_t hash_mod(const uint8_t *hash, uint32_t len, uint32_t n) {
@@ -104,7 +108,7 @@ std::vector<const Group *> visible_groups(const SelTable &t, uint32_t pipe) {
 
 pipe_status_t switch_member(const char *fn, pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id, uint32_t sel_tbl_hdl,
                             uint32_t sel_grp_hdl, uint32_t adt_ent_hdl, uint32_t flags, bool active) {
-  return driver_call(
+  return DRIVER_CALL(
       fn, PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, all_pipes(dev_id), sel_tbl_hdl);
@@ -136,7 +140,7 @@ pipe_status_t pipe_mgr_adt_ent_add(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tg
                                    pipe_act_fn_hdl_t act_fn_hdl, pipe_mat_tbl_hdl_t mat_tbl_hdl,
                                    pipe_action_spec_t *action_spec, pipe_adt_ent_hdl_t *adt_ent_hdl_p,
                                    uint32_t pipe_api_flags) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_adt_ent_add", PassThrough::handle(adt_ent_hdl_p),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, dev_tgt, adt_tbl_hdl);
@@ -152,13 +156,13 @@ pipe_status_t pipe_mgr_adt_ent_add(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tg
         bf_status_t st = d.handle_room();
         if (st != BF_SUCCESS) return st;
         Member m;
-        m.action = ActionCopy::of(act_fn_hdl, *action_spec);
+        m.action = StoredAction::of(act_fn_hdl, *action_spec);
         m.pipe = dev_tgt.dev_pipe_id;
-        m.mat_tbl_hdl = mat_tbl_hdl;
         AdtTable &t = touch_profile_device(dev_tgt.device_id).adts[adt_tbl_hdl];
         notices.reserve(1);
         const uint32_t hdl = static_cast<uint32_t>(d.by_handle.size());
-        t.members.emplace(hdl, std::move(m));  // the commit: nothing after it can fail
+        // The commit: nothing after it can fail. Handles only grow, so the new one goes last.
+        t.members.emplace_hint(t.members.end(), hdl, std::move(m));
         d.issue_object_handle();
         *adt_ent_hdl_p = hdl;
         if (rec) rec->call.ent_hdl = hdl;
@@ -170,7 +174,7 @@ pipe_status_t pipe_mgr_adt_ent_add(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tg
 pipe_status_t pipe_mgr_adt_ent_set(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id, pipe_adt_tbl_hdl_t adt_tbl_hdl,
                                    pipe_adt_ent_hdl_t adt_ent_hdl, pipe_act_fn_hdl_t act_fn_hdl,
                                    pipe_action_spec_t *action_spec, uint32_t pipe_api_flags) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_adt_ent_set", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, all_pipes(dev_id), adt_tbl_hdl);
@@ -185,7 +189,7 @@ pipe_status_t pipe_mgr_adt_ent_set(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id,
         if (t == nullptr) return BF_OBJECT_NOT_FOUND;
         auto it = t->members.find(adt_ent_hdl);
         if (it == t->members.end()) return BF_OBJECT_NOT_FOUND;
-        ActionCopy copy = ActionCopy::of(act_fn_hdl, *action_spec);
+        StoredAction copy = StoredAction::of(act_fn_hdl, *action_spec);
         notices.reserve(1);
         it->second.action = std::move(copy);
         notices.add(adt_notice(*t, dev_id, adt_tbl_hdl, PIPE_ADT_UPDATE_SET, adt_ent_hdl, act_fn_hdl));
@@ -195,7 +199,7 @@ pipe_status_t pipe_mgr_adt_ent_set(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id,
 
 pipe_status_t pipe_mgr_adt_ent_del(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id, pipe_adt_tbl_hdl_t adt_tbl_hdl,
                                    pipe_adt_ent_hdl_t adt_ent_hdl, uint32_t pipe_api_flags) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_adt_ent_del", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, all_pipes(dev_id), adt_tbl_hdl);
@@ -208,8 +212,8 @@ pipe_status_t pipe_mgr_adt_ent_del(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id,
         auto it = t->members.find(adt_ent_hdl);
         if (it == t->members.end()) return BF_OBJECT_NOT_FOUND;
         const Member &m = it->second;
-        if (m.in_groups || m.bound || m.fallback) return BF_IN_USE;
-        const uint32_t act = m.action.act_fn_hdl;
+        if (m.refs) return BF_IN_USE;
+        const uint32_t act = m.action.act_fn_hdl();
         if (rec) rec->call.act_fn_hdl = act;
         notices.reserve(1);
         t->members.erase(it);
@@ -222,7 +226,7 @@ pipe_status_t pipe_mgr_get_action_data_entry(pipe_adt_tbl_hdl_t adt_tbl_hdl, dev
                                              pipe_adt_ent_hdl_t adt_ent_hdl,
                                              pipe_action_data_spec_t *adt_data_spec,
                                              pipe_act_fn_hdl_t *act_fn_hdl_p, bool from_hw) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_get_action_data_entry", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, 0, dev_tgt, adt_tbl_hdl);
@@ -237,15 +241,15 @@ pipe_status_t pipe_mgr_get_action_data_entry(pipe_adt_tbl_hdl_t adt_tbl_hdl, dev
         if (t == nullptr) return BF_OBJECT_NOT_FOUND;
         auto it = t->members.find(adt_ent_hdl);
         if (it == t->members.end() || !visible(it->second.pipe, dev_tgt.dev_pipe_id)) return BF_OBJECT_NOT_FOUND;
-        const ActionCopy &a = it->second.action;
-        const uint16_t n = a.spec.act_data.num_action_data_bytes;
+        const StoredAction &a = it->second.action;
+        const uint16_t n = a.image_bytes();
         if (n != 0 && (adt_data_spec->action_data_bytes == nullptr || n > adt_data_spec->num_action_data_bytes))
           return BF_NO_SPACE;
-        if (n) std::memmove(adt_data_spec->action_data_bytes, a.image.data(), n);
-        adt_data_spec->num_valid_action_data_bits = a.spec.act_data.num_valid_action_data_bits;
+        if (n) std::memmove(adt_data_spec->action_data_bytes, a.image(), n);
+        adt_data_spec->num_valid_action_data_bits = a.image_bits();
         adt_data_spec->num_action_data_bytes = n;
-        *act_fn_hdl_p = a.act_fn_hdl;
-        if (rec) rec->call.act_fn_hdl = a.act_fn_hdl;
+        *act_fn_hdl_p = a.act_fn_hdl();
+        if (rec) rec->call.act_fn_hdl = a.act_fn_hdl();
         return BF_SUCCESS;
       });
 }
@@ -255,7 +259,7 @@ pipe_status_t pipe_mgr_get_action_data_entry(pipe_adt_tbl_hdl_t adt_tbl_hdl, dev
 pipe_status_t pipe_mgr_sel_grp_add(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tgt, pipe_sel_tbl_hdl_t sel_tbl_hdl,
                                    pipe_mat_tbl_hdl_t mat_tbl_hdl, uint32_t max_grp_size, uint32_t grp_id,
                                    pipe_sel_grp_hdl_t *sel_grp_hdl_p, uint32_t pipe_api_flags) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_sel_grp_add", PassThrough::handle(sel_grp_hdl_p),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, dev_tgt, sel_tbl_hdl);
@@ -278,7 +282,7 @@ pipe_status_t pipe_mgr_sel_grp_add(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tg
         SelTable &t = touch_profile_device(dev_tgt.device_id).sels[sel_tbl_hdl];
         notices.reserve(1);
         const uint32_t hdl = static_cast<uint32_t>(d.by_handle.size());
-        t.groups.emplace(hdl, std::move(g));
+        t.groups.emplace_hint(t.groups.end(), hdl, std::move(g));  // the commit
         d.issue_object_handle();
         *sel_grp_hdl_p = hdl;
         if (rec) rec->call.ent_hdl = hdl;
@@ -289,7 +293,7 @@ pipe_status_t pipe_mgr_sel_grp_add(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tg
 
 pipe_status_t pipe_mgr_sel_grp_del(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id, pipe_sel_tbl_hdl_t sel_tbl_hdl,
                                    pipe_sel_grp_hdl_t sel_grp_hdl, uint32_t pipe_api_flags) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_sel_grp_del", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, all_pipes(dev_id), sel_tbl_hdl);
@@ -303,7 +307,7 @@ pipe_status_t pipe_mgr_sel_grp_del(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id,
         notices.reserve(at.g->mbrs.size() + 1);
         // The group goes with its members, who leave it.
         for (const GroupMember &gm : at.g->mbrs) {
-          if (Member *m = find_member(dev_id, gm.mbr).m) --m->in_groups;
+          if (Member *m = find_member(dev_id, gm.mbr).m) --m->refs;
           notices.add(membership_notice(*at.t, dev_id, sel_tbl_hdl, sel_grp_hdl, gm.mbr, false));
         }
         if (rec) rec->call.arg_u32[0] = static_cast<uint32_t>(at.g->mbrs.size());
@@ -316,7 +320,7 @@ pipe_status_t pipe_mgr_sel_grp_del(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id,
 pipe_status_t pipe_mgr_sel_grp_mbr_add(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id, pipe_sel_tbl_hdl_t sel_tbl_hdl,
                                        pipe_sel_grp_hdl_t sel_grp_hdl, pipe_act_fn_hdl_t act_fn_hdl,
                                        pipe_adt_ent_hdl_t adt_ent_hdl, uint32_t pipe_api_flags) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_sel_grp_mbr_add", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, all_pipes(dev_id), sel_tbl_hdl);
@@ -331,17 +335,15 @@ pipe_status_t pipe_mgr_sel_grp_mbr_add(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev
         MemberRef mr;
         bf_status_t st = member_for(dev_id, sel_tbl_hdl, adt_ent_hdl, &mr);
         if (st != BF_SUCCESS) return st;
-        if (mr.m->action.act_fn_hdl != act_fn_hdl) return BF_INVALID_ARG;
-        if (!visible(mr.m->pipe, at.g->pipe) || (mr.m->pipe != BF_DEV_PIPE_ALL && at.g->pipe == BF_DEV_PIPE_ALL))
-          return BF_TABLE_MISMATCH;
+        if (mr.m->action.act_fn_hdl() != act_fn_hdl) return BF_INVALID_ARG;
+        if (!pipes_fit(mr.m->pipe, at.g->pipe)) return BF_TABLE_MISMATCH;
         if (at.g->find(adt_ent_hdl)) return BF_ALREADY_EXISTS;
         if (at.g->mbrs.size() >= at.g->max_size) return BF_NO_SPACE;
         room_for_one(at.g->mbrs);
-        if (adt_of(sel_tbl_hdl) == 0) reserve_pairing();
         notices.reserve(2);
         at.g->mbrs.push_back(GroupMember{adt_ent_hdl, true});
-        ++mr.m->in_groups;
-        infer_adt_sel(mr.adt, sel_tbl_hdl);
+        ++mr.m->refs;
+        learn_profile(mr.adt, Role::adt, sel_tbl_hdl, Role::sel);
         notices.add(membership_notice(*at.t, dev_id, sel_tbl_hdl, sel_grp_hdl, adt_ent_hdl, true));
         notices.add(sel_notice(*at.t, dev_id, sel_tbl_hdl, PIPE_SEL_UPDATE_ADD, sel_grp_hdl, adt_ent_hdl));
         return BF_SUCCESS;
@@ -351,7 +353,7 @@ pipe_status_t pipe_mgr_sel_grp_mbr_add(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev
 pipe_status_t pipe_mgr_sel_grp_mbr_del(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id, pipe_sel_tbl_hdl_t sel_tbl_hdl,
                                        pipe_sel_grp_hdl_t sel_grp_hdl, pipe_adt_ent_hdl_t adt_ent_hdl,
                                        uint32_t pipe_api_flags) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_sel_grp_mbr_del", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, all_pipes(dev_id), sel_tbl_hdl);
@@ -366,7 +368,7 @@ pipe_status_t pipe_mgr_sel_grp_mbr_del(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev
         if (gm == nullptr) return BF_OBJECT_NOT_FOUND;
         notices.reserve(2);
         at.g->mbrs.erase(at.g->mbrs.begin() + (gm - at.g->mbrs.data()));
-        if (Member *m = find_member(dev_id, adt_ent_hdl).m) --m->in_groups;
+        if (Member *m = find_member(dev_id, adt_ent_hdl).m) --m->refs;
         notices.add(membership_notice(*at.t, dev_id, sel_tbl_hdl, sel_grp_hdl, adt_ent_hdl, false));
         notices.add(sel_notice(*at.t, dev_id, sel_tbl_hdl, PIPE_SEL_UPDATE_DEL, sel_grp_hdl, adt_ent_hdl));
         return BF_SUCCESS;
@@ -390,7 +392,7 @@ pipe_status_t pipe_mgr_sel_grp_mbr_disable(pipe_sess_hdl_t sess_hdl, bf_dev_id_t
 pipe_status_t pipe_mgr_sel_grp_mbr_state_get(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id,
                                              pipe_sel_tbl_hdl_t sel_tbl_hdl, pipe_sel_grp_hdl_t sel_grp_hdl,
                                              pipe_adt_ent_hdl_t adt_ent_hdl, pipe_sel_grp_mbr_state_t *mbr_state_p) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_sel_grp_mbr_state_get", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, all_pipes(dev_id), sel_tbl_hdl);
@@ -414,7 +416,7 @@ pipe_status_t pipe_mgr_sel_grp_mbr_get_from_hash(pipe_sess_hdl_t sess_hdl, bf_de
                                                  pipe_sel_tbl_hdl_t sel_tbl_hdl, pipe_sel_grp_hdl_t sel_grp_hdl,
                                                  uint8_t *hash, uint32_t hash_len,
                                                  pipe_adt_ent_hdl_t *adt_ent_hdl_p) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_sel_grp_mbr_get_from_hash", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, all_pipes(dev_id), sel_tbl_hdl);
@@ -455,7 +457,7 @@ pipe_status_t pipe_mgr_sel_grp_mbr_get_from_hash(pipe_sess_hdl_t sess_hdl, bf_de
 pipe_status_t pipe_mgr_get_sel_grp_mbr_count(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id,
                                              pipe_sel_tbl_hdl_t sel_tbl_hdl, pipe_sel_grp_hdl_t sel_grp_hdl,
                                              uint32_t *count_p) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_get_sel_grp_mbr_count", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, all_pipes(dev_id), sel_tbl_hdl);
@@ -476,7 +478,7 @@ pipe_status_t pipe_mgr_sel_grp_mbrs_get(pipe_sess_hdl_t sess_hdl, bf_dev_id_t de
                                         pipe_sel_grp_hdl_t sel_grp_hdl, uint32_t mbrs_size,
                                         pipe_adt_ent_hdl_t *mbrs, uint8_t *mbr_states, uint32_t *mbrs_populated,
                                         uint32_t pipe_api_flags) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_sel_grp_mbrs_get", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, all_pipes(dev_id), sel_tbl_hdl);
@@ -506,7 +508,7 @@ pipe_status_t pipe_mgr_sel_grp_mbrs_get(pipe_sess_hdl_t sess_hdl, bf_dev_id_t de
 pipe_status_t pipe_mgr_sel_fallback_mbr_set(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tgt,
                                             pipe_sel_tbl_hdl_t sel_tbl_hdl, pipe_adt_ent_hdl_t adt_ent_hdl,
                                             uint32_t pipe_api_flags) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_sel_fallback_mbr_set", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, dev_tgt, sel_tbl_hdl);
@@ -517,21 +519,18 @@ pipe_status_t pipe_mgr_sel_fallback_mbr_set(pipe_sess_hdl_t sess_hdl, dev_target
         MemberRef mr;
         bf_status_t st = member_for(dev_tgt.device_id, sel_tbl_hdl, adt_ent_hdl, &mr);
         if (st != BF_SUCCESS) return st;
-        if (!visible(mr.m->pipe, dev_tgt.dev_pipe_id) ||
-            (mr.m->pipe != BF_DEV_PIPE_ALL && dev_tgt.dev_pipe_id == BF_DEV_PIPE_ALL))
-          return BF_TABLE_MISMATCH;
+        if (!pipes_fit(mr.m->pipe, dev_tgt.dev_pipe_id)) return BF_TABLE_MISMATCH;
         SelTable &t = touch_profile_device(dev_tgt.device_id).sels[sel_tbl_hdl];
-        auto it = t.fallback.find(dev_tgt.dev_pipe_id);
-        if (it == t.fallback.end()) it = t.fallback.emplace(dev_tgt.dev_pipe_id, 0).first;
-        if (adt_of(sel_tbl_hdl) == 0) reserve_pairing();
         notices.reserve(1);
+        // The last step that may fail: a setting for a pipe that had none.
+        const auto [it, fresh] = t.fallback.try_emplace(dev_tgt.dev_pipe_id, adt_ent_hdl);
         // Nothing below can fail: the former fallback member is released, the new one taken.
-        if (it->second != 0) {
-          if (Member *old = find_member(dev_tgt.device_id, it->second).m) --old->fallback;
+        if (!fresh) {
+          if (Member *old = find_member(dev_tgt.device_id, it->second).m) --old->refs;
+          it->second = adt_ent_hdl;
         }
-        it->second = adt_ent_hdl;
-        ++mr.m->fallback;
-        infer_adt_sel(mr.adt, sel_tbl_hdl);
+        ++mr.m->refs;
+        learn_profile(mr.adt, Role::adt, sel_tbl_hdl, Role::sel);
         notices.add(sel_notice(t, dev_tgt.device_id, sel_tbl_hdl, PIPE_SEL_UPDATE_SET_FALLBACK, 0, adt_ent_hdl));
         return BF_SUCCESS;
       });
@@ -539,7 +538,7 @@ pipe_status_t pipe_mgr_sel_fallback_mbr_set(pipe_sess_hdl_t sess_hdl, dev_target
 
 pipe_status_t pipe_mgr_sel_fallback_mbr_reset(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tgt,
                                               pipe_sel_tbl_hdl_t sel_tbl_hdl, uint32_t pipe_api_flags) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_sel_fallback_mbr_reset", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, dev_tgt, sel_tbl_hdl);
@@ -552,7 +551,7 @@ pipe_status_t pipe_mgr_sel_fallback_mbr_reset(pipe_sess_hdl_t sess_hdl, dev_targ
         if (it == t->fallback.end()) return BF_SUCCESS;
         notices.reserve(1);
         const uint32_t mbr = it->second;
-        if (Member *m = find_member(dev_tgt.device_id, mbr).m) --m->fallback;
+        if (Member *m = find_member(dev_tgt.device_id, mbr).m) --m->refs;
         t->fallback.erase(it);
         if (rec) rec->call.ent_hdl = mbr;
         notices.add(sel_notice(*t, dev_tgt.device_id, sel_tbl_hdl, PIPE_SEL_UPDATE_CLEAR_FALLBACK, 0, mbr));
@@ -565,7 +564,7 @@ pipe_status_t pipe_mgr_sel_fallback_mbr_reset(pipe_sess_hdl_t sess_hdl, dev_targ
 pipe_status_t pipe_mgr_get_first_group_member(pipe_sess_hdl_t sess_hdl, pipe_sel_tbl_hdl_t sel_tbl_hdl,
                                               bf_dev_id_t dev_id, pipe_sel_grp_hdl_t sel_grp_hdl,
                                               pipe_adt_ent_hdl_t *adt_ent_hdl_p) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_get_first_group_member", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, all_pipes(dev_id), sel_tbl_hdl);
@@ -589,7 +588,7 @@ pipe_status_t pipe_mgr_get_next_group_members(pipe_sess_hdl_t sess_hdl, pipe_sel
                                               bf_dev_id_t dev_id, pipe_sel_grp_hdl_t sel_grp_hdl,
                                               pipe_adt_ent_hdl_t adt_ent_hdl, int n,
                                               pipe_adt_ent_hdl_t *next_adt_ent_hdls) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_get_next_group_members", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, all_pipes(dev_id), sel_tbl_hdl);
@@ -620,7 +619,7 @@ pipe_status_t pipe_mgr_get_next_group_members(pipe_sess_hdl_t sess_hdl, pipe_sel
 pipe_status_t pipe_mgr_get_word_llp_active_member_count(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tgt,
                                                         pipe_sel_tbl_hdl_t sel_tbl_hdl, uint32_t word_index,
                                                         uint32_t *count_p) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_get_word_llp_active_member_count", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, dev_tgt, sel_tbl_hdl);
@@ -644,7 +643,7 @@ pipe_status_t pipe_mgr_get_word_llp_active_member_count(pipe_sess_hdl_t sess_hdl
 pipe_status_t pipe_mgr_get_word_llp_active_members(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tgt,
                                                    pipe_sel_tbl_hdl_t sel_tbl_hdl, uint32_t word_index,
                                                    uint32_t count, pipe_adt_ent_hdl_t *mbrs) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_get_word_llp_active_members", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, dev_tgt, sel_tbl_hdl);
@@ -672,7 +671,7 @@ pipe_status_t pipe_mgr_get_word_llp_active_members(pipe_sess_hdl_t sess_hdl, dev
 pipe_status_t pipe_mgr_sel_tbl_register_cb(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id,
                                            pipe_sel_tbl_hdl_t sel_tbl_hdl, pipe_sel_tbl_update_cb cb,
                                            void *cookie) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_mgr_sel_tbl_register_cb", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, all_pipes(dev_id), sel_tbl_hdl);
@@ -688,7 +687,7 @@ pipe_status_t pipe_mgr_sel_tbl_register_cb(pipe_sess_hdl_t sess_hdl, bf_dev_id_t
 
 pipe_status_t pipe_register_adt_update_cb(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id,
                                           pipe_adt_tbl_hdl_t adt_tbl_hdl, pipe_adt_update_cb cb, void *cookie) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_register_adt_update_cb", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, all_pipes(dev_id), adt_tbl_hdl);
@@ -704,7 +703,7 @@ pipe_status_t pipe_register_adt_update_cb(pipe_sess_hdl_t sess_hdl, bf_dev_id_t 
 
 pipe_status_t pipe_register_sel_update_cb(pipe_sess_hdl_t sess_hdl, bf_dev_id_t dev_id,
                                           pipe_sel_tbl_hdl_t sel_tbl_hdl, pipe_sel_update_cb cb, void *cookie) {
-  return driver_call(
+  return DRIVER_CALL(
       "pipe_register_sel_update_cb", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, all_pipes(dev_id), sel_tbl_hdl);
@@ -727,7 +726,7 @@ pipe_status_t pipe_mgr_hitless_ha_restore_virtual_dev_state(pipe_sess_hdl_t sess
     uint32_t adt, act, grp, mbr, res;
   };
   std::vector<Fact> facts;
-  bf_status_t st = driver_call(
+  bf_status_t st = DRIVER_CALL(
       "pipe_mgr_hitless_ha_restore_virtual_dev_state", PassThrough::zero(),
       [&](RecordedCall &r) {
         record_mat(r, sess_hdl, dev_target_t{dev_id, pipe_id}, 0);
@@ -742,7 +741,7 @@ pipe_status_t pipe_mgr_hitless_ha_restore_virtual_dev_state(pipe_sess_hdl_t sess
           // Every member, then every group, then every membership, each kind by table and handle.
           for (const auto &[adt, t] : d->adts)
             for (const auto &[hdl, m] : t.members)
-              if (visible(m.pipe, pipe_id)) facts.push_back({adt, m.action.act_fn_hdl, 0, hdl, m.action.spec.resource_count});
+              if (visible(m.pipe, pipe_id)) facts.push_back({adt, m.action.act_fn_hdl(), 0, hdl, m.action.resource_count()});
           for (const auto &[sel, t] : d->sels)
             for (const auto &[hdl, g] : t.groups)
               if (visible(g.pipe, pipe_id)) facts.push_back({adt_of(sel), 0, hdl, 0, 0});
@@ -752,7 +751,7 @@ pipe_status_t pipe_mgr_hitless_ha_restore_virtual_dev_state(pipe_sess_hdl_t sess
               for (const GroupMember &gm : g.mbrs) {
                 const MemberRef r = find_member(dev_id, gm.mbr);
                 if (r.m != nullptr)
-                  facts.push_back({r.adt, r.m->action.act_fn_hdl, hdl, gm.mbr, r.m->action.spec.resource_count});
+                  facts.push_back({r.adt, r.m->action.act_fn_hdl(), hdl, gm.mbr, r.m->action.resource_count()});
               }
             }
           }

@@ -84,27 +84,39 @@ uint32_t sel_of(uint32_t tbl_hdl) {
   return p ? p->sel : 0;
 }
 
-void reserve_pairing() { room_for_one(g_pairings); }
+namespace {
 
-void infer_adt_sel(uint32_t adt, uint32_t sel) {
-  Pairing *a = pairing_with(adt), *s = pairing_with(sel);
-  if (a && a->sel == 0 && s == nullptr) {
-    a->sel = sel;
-  } else if (s && s->adt == 0 && a == nullptr) {
-    s->adt = adt;
-  } else if (a == nullptr && s == nullptr) {
-    g_pairings.push_back(Pairing{adt, sel, 0});
+uint32_t &place(Pairing &p, Role r) { return r == Role::adt ? p.adt : r == Role::sel ? p.sel : p.mat; }
+
+}  // namespace
+
+bf_status_t check_profile(uint32_t a, Role ra, uint32_t b, Role rb) {
+  Pairing *pa = pairing_with(a), *pb = pairing_with(b);
+  if (pa != nullptr && pb != nullptr) return pa == pb ? BF_SUCCESS : BF_TABLE_MISMATCH;
+  if (pa == nullptr && pb == nullptr) {
+    room_for_one(g_pairings);
+    return BF_SUCCESS;
   }
+  // One of them is known: the other's place in its profile is free, or its own.
+  Pairing &known = pa ? *pa : *pb;
+  const Role role = pa ? rb : ra;
+  const uint32_t other = pa ? b : a;
+  const uint32_t there = place(known, role);
+  return there == 0 || there == other || role == Role::mat ? BF_SUCCESS : BF_TABLE_MISMATCH;
 }
 
-void infer_mat(uint32_t mat, uint32_t adt, uint32_t sel) {
-  if (pairing_with(mat) != nullptr) return;
-  Pairing *p = pairing_with(adt != 0 ? adt : sel);
-  if (p != nullptr) {
-    if (p->mat == 0) p->mat = mat;
-  } else {
-    g_pairings.push_back(Pairing{adt, sel, mat});
+void learn_profile(uint32_t a, Role ra, uint32_t b, Role rb) {
+  Pairing *pa = pairing_with(a), *pb = pairing_with(b);
+  if (pa != nullptr && pb != nullptr) return;
+  if (pa == nullptr && pb == nullptr) {
+    Pairing p;
+    place(p, ra) = a;
+    place(p, rb) = b;
+    g_pairings.push_back(p);  // check_profile made room
+    return;
   }
+  uint32_t &there = place(pa ? *pa : *pb, pa ? rb : ra);
+  if (there == 0) there = pa ? b : a;
 }
 
 // ---- Bindings ----
@@ -125,36 +137,32 @@ bf_status_t check_binding(bf_dev_id_t dev, uint32_t mat_tbl_hdl, uint32_t act_fn
   if (b.kind == Binding::Kind::member) {
     const MemberRef r = find_member(dev, b.hdl);
     if (r.m == nullptr) return BF_OBJECT_NOT_FOUND;
-    const uint32_t adt = adt_of(mat_tbl_hdl);
-    if (adt != 0 && adt != r.adt) return BF_TABLE_MISMATCH;
-    if (r.m->action.act_fn_hdl != act_fn_hdl) return BF_INVALID_ARG;
-    if (pairing_with(mat_tbl_hdl) == nullptr) reserve_pairing();
+    if (bf_status_t st = check_profile(r.adt, Role::adt, mat_tbl_hdl, Role::mat); st != BF_SUCCESS) return st;
+    if (r.m->action.act_fn_hdl() != act_fn_hdl) return BF_INVALID_ARG;
   } else if (b.kind == Binding::Kind::group) {
     const GroupRef r = find_group(dev, b.hdl);
     if (r.g == nullptr) return BF_OBJECT_NOT_FOUND;
-    const uint32_t sel = sel_of(mat_tbl_hdl);
-    if (sel != 0 && sel != r.sel) return BF_TABLE_MISMATCH;
-    if (pairing_with(mat_tbl_hdl) == nullptr) reserve_pairing();
+    return check_profile(r.sel, Role::sel, mat_tbl_hdl, Role::mat);
   }
   return BF_SUCCESS;
 }
 
 void rebind(bf_dev_id_t dev, uint32_t mat_tbl_hdl, const Binding &before, const Binding &after) {
   if (before.kind == Binding::Kind::member) {
-    if (Member *m = find_member(dev, before.hdl).m; m && m->bound) --m->bound;
+    if (Member *m = find_member(dev, before.hdl).m; m && m->refs) --m->refs;
   } else if (before.kind == Binding::Kind::group) {
     if (Group *g = find_group(dev, before.hdl).g; g && g->bound) --g->bound;
   }
   if (after.kind == Binding::Kind::member) {
     const MemberRef r = find_member(dev, after.hdl);
     if (r.m == nullptr) return;
-    ++r.m->bound;
-    infer_mat(mat_tbl_hdl, r.adt, 0);
+    ++r.m->refs;
+    learn_profile(r.adt, Role::adt, mat_tbl_hdl, Role::mat);
   } else if (after.kind == Binding::Kind::group) {
     const GroupRef r = find_group(dev, after.hdl);
     if (r.g == nullptr) return;
     ++r.g->bound;
-    infer_mat(mat_tbl_hdl, adt_of(r.sel), r.sel);
+    learn_profile(r.sel, Role::sel, mat_tbl_hdl, Role::mat);
   }
 }
 
@@ -216,10 +224,10 @@ bf_status_t drvm_member_get(bf_dev_id_t dev, uint32_t adt_tbl_hdl, uint32_t mbr_
   auto it = t->members.find(mbr_hdl);
   if (it == t->members.end()) return BF_OBJECT_NOT_FOUND;
   const Member &m = it->second;
-  if (act_fn_hdl) *act_fn_hdl = m.action.act_fn_hdl;
+  if (act_fn_hdl) *act_fn_hdl = m.action.act_fn_hdl();
   if (action) *action = m.action.view();
   if (pipe) *pipe = m.pipe;
-  if (refs) *refs = m.in_groups + m.bound + m.fallback;
+  if (refs) *refs = m.refs;
   return BF_SUCCESS;
 }
 

@@ -6,7 +6,8 @@
 // and group handles come from the device's one running count, which entry handles come from too,
 // so that a handle names one object of the device. A member counts what refers to it (groups,
 // bound entries, fallback settings), a group the entries bound to it, so that a delete of what is
-// still referred to is refused at once.
+// still referred to is refused at once. A member is a compact record (StoredAction) and one block
+// for its image, in a map node: about 130 bytes beside its image.
 #ifndef CV_DRIVER_MODEL_PROFILE_STORE_H
 #define CV_DRIVER_MODEL_PROFILE_STORE_H
 
@@ -20,12 +21,9 @@
 namespace drvm {
 
 struct Member {
-  ActionCopy action;  // the action handle and the record, image and resources copied
+  StoredAction action;  // the action handle and the record, image and resources copied
   uint32_t pipe = BF_DEV_PIPE_ALL;
-  uint32_t mat_tbl_hdl = 0;  // as the add gave it
-  uint32_t in_groups = 0;    // groups that hold it
-  uint32_t bound = 0;        // entries and default entries bound to it
-  uint32_t fallback = 0;     // pipes of a selector where it is the fallback member
+  uint32_t refs = 0;  // groups holding it, entries and default entries bound to it, fallback settings
 };
 
 struct GroupMember {
@@ -91,16 +89,21 @@ inline bool visible(uint32_t obj_pipe, uint32_t pipe) {
 
 // ---- Profiles: which tables belong together ----
 
+// The place of a table in an action profile.
+enum class Role : uint8_t { adt, sel, mat };
+
 // The action data table paired with a selector or match table, the selector paired with an action
 // data or match table; 0 while none is known.
 uint32_t adt_of(uint32_t tbl_hdl);
 uint32_t sel_of(uint32_t tbl_hdl);
-// Room for one more pairing, so that the one a change infers can be kept. May throw.
-void reserve_pairing();
-// Keeps a pairing a successful change showed, unless one is known already; reserve_pairing made
-// room for it.
-void infer_adt_sel(uint32_t adt, uint32_t sel);
-void infer_mat(uint32_t mat, uint32_t adt, uint32_t sel);
+// Whether a use that puts table a (as ra) and table b (as rb) in one profile fits what is known:
+// BF_TABLE_MISMATCH if they are known in two different profiles, or if one is known in a profile
+// whose place for the other holds another table. A match table's place excepted: a profile may
+// serve more match tables than the one it knows, and learns none of them then. Makes room for the
+// pairing the use shows. May throw std::bad_alloc.
+bf_status_t check_profile(uint32_t a, Role ra, uint32_t b, Role rb);
+// Keeps the pairing a successful use that check_profile passed shows. Cannot fail.
+void learn_profile(uint32_t a, Role ra, uint32_t b, Role rb);
 
 // ---- Bindings of match entries ----
 
@@ -113,9 +116,9 @@ Binding binding_of(const pipe_action_spec_t &a);
 Binding binding_of(const StoredEntry &e);
 
 // Checks a binding about to be stored for an entry of a match table: it names a member or group of
-// the device (BF_OBJECT_NOT_FOUND), of the table's profile (BF_TABLE_MISMATCH), and a member with
-// the action handle given (BF_INVALID_ARG). A record that binds nothing passes. Makes room for the
-// pairing the binding may show. May throw std::bad_alloc.
+// the device (BF_OBJECT_NOT_FOUND), of the table's profile (BF_TABLE_MISMATCH, see check_profile),
+// and a member with the action handle given (BF_INVALID_ARG). A record that binds nothing passes.
+// Makes room for the pairing the binding may show. May throw std::bad_alloc.
 bf_status_t check_binding(bf_dev_id_t dev, uint32_t mat_tbl_hdl, uint32_t act_fn_hdl, const Binding &b);
 // After a successful change of an entry: the former binding is released, the new one taken, and
 // the pairing it shows kept. Cannot fail.

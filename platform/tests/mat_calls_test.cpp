@@ -1,10 +1,13 @@
 // Tables over the driver functions, on one world holding every kind of object: what a good call of
-// each records, pass-through, and every refusal (a queued fault of each function, every documented one).
+// each records, pass-through, every refusal (a queued fault of each function, every documented one),
+// and each call with each allocation of the model's own memory failing in turn. The action-profile
+// functions have the same tables in profile_calls_test.cpp.
 #include <cstring>
 #include <functional>
 #include <string>
 #include <utility>
 
+#include "alloc_fault.h"
 #include "test_util.h"
 
 namespace {
@@ -118,19 +121,19 @@ std::vector<Op> ops() {
   Out none;
   drvm_call_t words{.fn = "", .arg_u32 = {uint32_t(cb), uint32_t(cb >> 32)}};
   const std::string cb_words = fields(words, none).substr(1) + " ";
+  // The keys sent, made once: a call allocates nothing of its own (see MatAllocationFailureTest).
+  static const Request k20(key(20), kMask4), k2(key(2), kMask4, 2, 5), k3(key(3), kMask4, 3, 5);
   return {
       {kMat | kHdlOut,
        [](Out &o) {
-         return pipe_mgr_mat_ent_add(9, tgt(0, 1), kTbl, match_of({key(20), kMask4}), kAct, bare(), 30, 4,
-                                     &o.w[0]);
+         return pipe_mgr_mat_ent_add(9, tgt(0, 1), kTbl, match_of(k20), kAct, bare(), 30, 4, &o.w[0]);
        },
        "pipe_mgr_mat_ent_add sess=9 pipe=1 tbl=0x100002c act=0x2000006e ttl=30 flags=4 ent=7 match action ptr=w0"},
       {kMat, [](Out &) { return pipe_mgr_mat_ent_set_action(7, 0, kTbl, 1, kAct + 1, bare(), 3); },
        "pipe_mgr_mat_ent_set_action sess=7 pipe=0xffff tbl=0x100002c act=0x2000006f flags=3 ent=1 action"},
       {kMat,
        [](Out &) {
-         return pipe_mgr_mat_ent_set_action_by_match_spec(8, tgt(0, 2), kTbl, match_of({key(2), kMask4, 2, 5}),
-                                                          kAct + 2, bare(), 1);
+         return pipe_mgr_mat_ent_set_action_by_match_spec(8, tgt(0, 2), kTbl, match_of(k2), kAct + 2, bare(), 1);
        },
        "pipe_mgr_mat_ent_set_action_by_match_spec sess=8 pipe=2 tbl=0x100002c act=0x20000070 flags=1 ent=2 "
        "match action"},
@@ -138,7 +141,7 @@ std::vector<Op> ops() {
        "pipe_mgr_mat_ent_del sess=9 pipe=0xffff tbl=0x100002c act=0x2000006e flags=1 ent=3"},
       {kMat,
        [](Out &) {
-         return pipe_mgr_mat_ent_del_by_match_spec(9, tgt(0, 3), kTbl, match_of({key(2), kMask4, 2, 5}), 2);
+         return pipe_mgr_mat_ent_del_by_match_spec(9, tgt(0, 3), kTbl, match_of(k2), 2);
        },
        "pipe_mgr_mat_ent_del_by_match_spec sess=9 pipe=3 tbl=0x100002c act=0x2000006e flags=2 ent=2 match"},
       {kMat | kHdlOut,
@@ -160,7 +163,7 @@ std::vector<Op> ops() {
        "pipe_mgr_get_entry sess=5 pipe=3 tbl=0x100002c act=0x2000006e ent=2 a0=1 a1=6 match action ptr=data"},
       {kMat | kHdlOut,
        [](Out &o) {
-         return pipe_mgr_match_spec_to_ent_hdl(5, tgt(), kTbl, match_of({key(3), kMask4, 3, 5}), o.w, 1);
+         return pipe_mgr_match_spec_to_ent_hdl(5, tgt(), kTbl, match_of(k3), o.w, 1);
        },
        "pipe_mgr_match_spec_to_ent_hdl sess=5 pipe=0xffff tbl=0x100002c ent=3 a0=1 match ptr=w0"},
       {kMat | kHdlOut, [](Out &o) { return pipe_mgr_get_first_entry_handle(5, kTbl, tgt(), o.w); },
@@ -439,6 +442,68 @@ TEST_F(MatCallTest, EachRefusalReturnsItsStatusAndChangesNothing) {
     EXPECT_EQ(h, 2u);
     Out again;
     EXPECT_TRUE(!r.retry || r.retry(again) == BF_SUCCESS);
+  }
+}
+
+// Every driver function, on a good call, with each allocation of the model's own memory failing in
+// turn (the first, the second, ... until the call needs no more): BF_NO_SYS_RESOURCES, the model
+// as it was, nothing written, nothing reported, no handle used; the call recorded with that status
+// unless the record itself could not be made.
+using MatAllocationFailureTest = MatCallTest;
+TEST_F(MatAllocationFailureTest, EachCallAnswersNoSysResourcesAndChangesNothing) {
+  struct Case {
+    std::string what;
+    Call call;
+    std::function<void()> then;  // more checks after a failed call
+  };
+  std::vector<Case> cases;
+  for (const Op &op : ops()) cases.push_back({op.fn(), op.call, nullptr});
+  // The first add to a table and to a device make room for them: nothing of that stays either, the
+  // key size of the table included.
+  static const Request k5({1, 2, 3, 4, 5}, {0xFF, 0xFF, 0xFF, 0xFF, 0xFF}), k2({1, 2}, {0xFF, 0xFF});
+  cases.push_back({"the first add to a table", [](Out &o) { return add(k5, &o.w[0], kTbl + 2); }, [] {
+                     uint32_t h = 0;
+                     EXPECT_EQ(add(k2, &h, kTbl + 2), BF_SUCCESS) << "the table's key size is still free";
+                     EXPECT_EQ(drvm_entry_count(0, kTbl + 2), 1u);
+                   }});
+  cases.push_back({"the first add to a device", [](Out &o) { return add(k5, &o.w[0], kTbl, 3); }, [] {
+                     uint32_t h = 0;
+                     EXPECT_EQ(add(k2, &h, kTbl, 3), BF_SUCCESS);
+                     EXPECT_EQ(h, 1u) << "the device's first handle";
+                   }});
+  for (const Case &c : cases) {
+    Restart();
+    Out plain;
+    const bf_status_t normal = c.call(plain);
+    size_t failures = 0;
+    for (size_t k = 0;; ++k) {
+      SCOPED_TRACE(c.what + ": allocation " + std::to_string(k) + " fails");
+      Restart();
+      const std::string before = state();
+      Out o;
+      alloc_fault::arm(k);
+      const bf_status_t st = c.call(o);
+      if (!alloc_fault::disarm()) {
+        EXPECT_EQ(st, normal);
+        break;
+      }
+      ++failures;
+      EXPECT_EQ(st, BF_NO_SYS_RESOURCES);
+      EXPECT_EQ(o.written(), "");
+      EXPECT_EQ(g_updates, 0);
+      ASSERT_LE(drvm_call_count(), 1u);
+      if (drvm_call_count() == 1) {
+        EXPECT_EQ(drvm_call(0)->status, BF_NO_SYS_RESOURCES);
+      }
+      EXPECT_EQ(state(), before);
+      uint32_t h = 0;
+      EXPECT_EQ(add({key(30), kMask4}, &h), BF_SUCCESS);
+      EXPECT_EQ(h, 7u);
+      EXPECT_EQ(bf_drv_register("z", &h), BF_SUCCESS);
+      EXPECT_EQ(h, 2u);
+      if (c.then) c.then();
+    }
+    EXPECT_GT(failures, 0u) << c.what << " allocates at least its record";
   }
 }
 

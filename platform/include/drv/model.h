@@ -27,8 +27,9 @@ void drvm_reset(void);
 /* Recording of calls, on by default. Off, calls are served but not recorded. */
 void drvm_set_recording(int on);
 
-/* Pass-through mode for speed measurements: pipe_mgr_* calls return 0 at once, store nothing and
- * record nothing (entry handles written are a running count). */
+/* Pass-through mode for speed measurements: pipe_mgr_* and pipe_register_* calls return 0 at once,
+ * store, call back and record nothing; the entry, member and group handles they write are one
+ * running count. */
 void drvm_set_passthrough(int on);
 
 /* ---- Recorded calls ---- */
@@ -140,14 +141,17 @@ bf_status_t drvm_mat_update_cb(bf_dev_id_t dev, uint32_t tbl_hdl, pipe_mat_updat
  * Action data tables hold members, selector tables hold groups of them; see platform/README.md.
  * Which action data table, selector table and match table form one action profile is known to the
  * model by declaration (drvm_set_profile) or, failing that, from the first use that shows it: the
- * first member added to a group of a selector pairs the selector with the member's table; the first
- * entry bound to a member or a group pairs the match table with that profile. Once paired, a member
- * or group of another profile is refused (BF_TABLE_MISMATCH). The hitless replay names a group's
- * action data table by its selector's pairing. drvm_reset forgets every pairing. */
+ * first member added to a group of a selector, or made its fallback member, pairs the selector with
+ * the member's table; the first entry bound to a member or a group pairs the match table with that
+ * profile. Once paired, a member or group of another profile is refused (BF_TABLE_MISMATCH); a
+ * profile that knows its match table still serves others. The hitless replay names a group's
+ * action data table by its selector's pairing. drvm_reset forgets every pairing. These functions
+ * are not driver calls: they are not recorded and take no queued refusal. */
 
-/* Declares an action profile: its action data table, its selector table and the match table bound
- * to it (0 for none yet). Completes a pairing known in part; BF_TABLE_MISMATCH, changing nothing,
- * if it contradicts one; BF_INVALID_ARG for a 0 action data or selector table handle. */
+/* Declares an action profile, for every device: its action data table, its selector table and the
+ * match table bound to it (0 for none yet). Completes a pairing known in part; BF_TABLE_MISMATCH,
+ * changing nothing, if it contradicts one; BF_INVALID_ARG for a 0 action data or selector table
+ * handle. */
 bf_status_t drvm_set_profile(uint32_t adt_tbl_hdl, uint32_t sel_tbl_hdl, uint32_t mat_tbl_hdl);
 /* The action data table, selector table or match table of the profile a table handle belongs to;
  * 0 while unknown. */
@@ -173,8 +177,8 @@ bf_status_t drvm_group_get(bf_dev_id_t dev, uint32_t sel_tbl_hdl, uint32_t grp_h
  * BF_OBJECT_NOT_FOUND past the last one. */
 bf_status_t drvm_group_member(bf_dev_id_t dev, uint32_t sel_tbl_hdl, uint32_t grp_hdl, size_t i, uint32_t *mbr_hdl,
                               int *active);
-/* The fallback member of a selector table for a pipe (0xFFFF: set for all pipes).
- * BF_OBJECT_NOT_FOUND while none is set. */
+/* The fallback member of a selector table set for exactly that pipe (0xFFFF: the one set for all
+ * pipes). BF_OBJECT_NOT_FOUND while none is set. */
 bf_status_t drvm_fallback_member(bf_dev_id_t dev, uint32_t sel_tbl_hdl, uint32_t pipe, uint32_t *mbr_hdl);
 /* The callbacks registered for a table of a device, by pipe_register_adt_update_cb,
  * pipe_register_sel_update_cb and pipe_mgr_sel_tbl_register_cb. BF_OBJECT_NOT_FOUND while none is. */
