@@ -1,11 +1,28 @@
 #!/usr/bin/env bash
-# Builds both ABIs and runs every test of each.
-set -euo pipefail
+# Builds each leg (tools/build.sh: x86_64, i386, asan) and runs all its tests (ctest). A leg that
+# fails to build or to pass does not stop the others; the script then names each failed leg and
+# exits non-zero. CV_LEGS, CV_BUILD_DIR and CV_JOBS as for tools/build.sh.
+set -uo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-"$root/tools/build.sh"
-status=0
-for abi in x86_64 i386; do
-  echo "== tests, $abi"
-  ctest --test-dir "$root/build/$abi" --output-on-failure -j "$(nproc)" || status=1
+dir=${CV_BUILD_DIR:-$root/build}
+jobs=${CV_JOBS:-$(nproc)}
+failed=()
+for leg in ${CV_LEGS:-x86_64 i386 asan}; do
+  start=$SECONDS
+  if ! CV_LEGS=$leg "$root/tools/build.sh"; then
+    echo "== $leg: build FAILED" >&2
+    failed+=("$leg (build)")
+    continue
+  fi
+  echo "== tests, $leg"
+  if ! ctest --test-dir "$dir/$leg" --output-on-failure -j "$jobs"; then
+    echo "== $leg: tests FAILED" >&2
+    failed+=("$leg (tests)")
+  fi
+  echo "== $leg: $((SECONDS - start)) s"
 done
-exit $status
+if [ ${#failed[@]} -ne 0 ]; then
+  echo "FAILED legs: ${failed[*]}" >&2
+  exit 1
+fi
+echo "all legs passed: ${CV_LEGS:-x86_64 i386 asan}"
