@@ -78,7 +78,7 @@ TEST_F(TableFamilies, NullMeterSpecIsTagZeroOnModifyAndTwoOnDefault) {
   EXPECT_EQ(m.resource_count, 1);
   EXPECT_EQ(m.resources[0].tbl_hdl, 0x5000001u);
   EXPECT_EQ(m.resources[0].tag, 0u);
-  EXPECT_EQ(m.resources[0].data.meter.cir, 0u);
+  EXPECT_EQ(cvtest::u64(m.resources[0].data.meter.cir), 0u);
   ASSERT_EQ(p4_pd_corvin_switch_l2LookupMiss_table_modify_with_l2LookupBcastHit_by_match_spec(kSess, kTgt, &key, 1,
                                                                                               &meter), 0u);
   EXPECT_EQ(drvm_last_call("pipe_mgr_mat_ent_set_action_by_match_spec")->action.resources[0].tag, 1u);
@@ -86,10 +86,10 @@ TEST_F(TableFamilies, NullMeterSpecIsTagZeroOnModifyAndTwoOnDefault) {
   ASSERT_EQ(p4_pd_corvin_switch_l2LookupMiss_set_default_action_NoAction(kSess, kTgt, nullptr, &d), 0u);
   const pipe_action_spec_t &s = drvm_last_call("pipe_mgr_mat_default_entry_set")->action;
   EXPECT_EQ(s.resources[0].tag, 2u);
-  EXPECT_EQ(s.resources[0].data.meter.cir, 0u);
+  EXPECT_EQ(cvtest::u64(s.resources[0].data.meter.cir), 0u);
   ASSERT_EQ(p4_pd_corvin_switch_l2LookupMiss_set_default_action_NoAction(kSess, kTgt, &meter, &d), 0u);
   EXPECT_EQ(drvm_last_call("pipe_mgr_mat_default_entry_set")->action.resources[0].tag, 1u);
-  EXPECT_EQ(drvm_last_call("pipe_mgr_mat_default_entry_set")->action.resources[0].data.meter.cburst, 2u);
+  EXPECT_EQ(cvtest::u64(drvm_last_call("pipe_mgr_mat_default_entry_set")->action.resources[0].data.meter.cburst), 2u);
 }
 
 TEST_F(TableFamilies, DeleteByKeyOnATernaryTablePassesThePriority) {

@@ -88,11 +88,11 @@ TEST_F(WorkedExamples, L2LookupMissCarriesTheStormControlMeter) {
   EXPECT_EQ(r.tag, 1u);
   EXPECT_EQ(r.data.meter.meter_type, 1u);
   EXPECT_EQ(r.data.meter.cir_unit, 0u);
-  EXPECT_EQ(r.data.meter.cir, 1000u);
-  EXPECT_EQ(r.data.meter.cburst, 2000u);
+  EXPECT_EQ(cvtest::u64(r.data.meter.cir), 1000u);
+  EXPECT_EQ(cvtest::u64(r.data.meter.cburst), 2000u);
   EXPECT_EQ(r.data.meter.pir_unit, 0u);
-  EXPECT_EQ(r.data.meter.pir, 3000u);
-  EXPECT_EQ(r.data.meter.pburst, 4000u);
+  EXPECT_EQ(cvtest::u64(r.data.meter.pir), 3000u);
+  EXPECT_EQ(cvtest::u64(r.data.meter.pburst), 4000u);
 }
 
 TEST_F(WorkedExamples, UnknownMeterTypeLogsOnceAndGoesToTheDriverAsColourAware) {
