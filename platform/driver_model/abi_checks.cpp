@@ -4,7 +4,9 @@
 #include <cstddef>
 
 #include "drv/bf_drv.h"
+#include "drv/bf_snapshot.h"
 #include "drv/pipe_mgr.h"
+#include "drv/pipe_resources.h"
 
 #if defined(__i386__)
 
@@ -45,6 +47,43 @@ CV_AT(pipe_res_spec_t, tag, 52);
 static_assert(sizeof(pipe_meter_spec_t) == 44, "meter record size");
 static_assert(sizeof(bf_drv_client_callbacks_t) == 31 * 4, "callback table size");
 static_assert(sizeof(dev_target_t) == 8, "device target size");
+
+static_assert(sizeof(pipe_stat_data_t) == 16, "counter record size");
+CV_AT(pipe_stat_data_t, bytes, 0);
+CV_AT(pipe_stat_data_t, packets, 8);
+
+CV_AT(pipe_meter_spec_t, meter_type, 0);
+CV_AT(pipe_meter_spec_t, cir_unit, 4);
+CV_AT(pipe_meter_spec_t, cir, 8);
+CV_AT(pipe_meter_spec_t, cburst, 16);
+CV_AT(pipe_meter_spec_t, pir_unit, 24);
+CV_AT(pipe_meter_spec_t, pir, 28);
+CV_AT(pipe_meter_spec_t, pburst, 36);
+
+static_assert(sizeof(pipe_wred_spec_t) == 16, "WRED record size");
+static_assert(sizeof(pipe_stful_mem_spec_t) == 16, "register cell record size");
+static_assert(sizeof(pipe_stful_mem_query_t) == 8, "register query record size");
+CV_AT(pipe_stful_mem_query_t, pipe_count, 0);
+CV_AT(pipe_stful_mem_query_t, data, 4);
+
+static_assert(sizeof(pipe_idle_time_params_t) == 32, "idle parameters size");
+CV_AT(pipe_idle_time_params_t, mode, 0);
+CV_AT(pipe_idle_time_params_t, ttl_query_interval, 4);
+CV_AT(pipe_idle_time_params_t, max_ttl, 8);
+CV_AT(pipe_idle_time_params_t, min_ttl, 12);
+CV_AT(pipe_idle_time_params_t, callback_fn, 16);
+CV_AT(pipe_idle_time_params_t, reserved, 20);
+CV_AT(pipe_idle_time_params_t, client_data, 24);
+CV_AT(pipe_idle_time_params_t, reserved2, 28);
+
+static_assert(sizeof(pipe_mgr_pvs_prop_value_t) == 8, "value set property value size");
+static_assert(sizeof(pipe_mgr_pvs_prop_args_t) == 12, "value set property argument size");
+
+static_assert(sizeof(pipe_hash_calc_input_field_attribute_t) == 24, "hash field attribute size");
+CV_AT(pipe_hash_calc_input_field_attribute_t, input_field, 0);
+CV_AT(pipe_hash_calc_input_field_attribute_t, order, 12);
+CV_AT(pipe_hash_calc_input_field_attribute_t, type, 16);
+CV_AT(pipe_hash_calc_input_field_attribute_t, value, 20);
 
 #undef CV_AT
 

@@ -11,6 +11,7 @@ namespace drvm {
 bool g_passthrough = false;
 uint32_t g_passthrough_hdl = 0;
 size_t g_faults_pending = 0;
+uint64_t g_clock_us = 0;
 
 namespace {
 
@@ -54,6 +55,11 @@ void RecordedCall::copy_bytes(const uint8_t *src, size_t n) {
   call.num_bytes = static_cast<uint32_t>(n);
 }
 
+void RecordedCall::copy_bytes2(const uint8_t *src, size_t n) {
+  call.bytes2 = copy_image(src, n);
+  call.num_bytes2 = static_cast<uint32_t>(n);
+}
+
 void Notice::fire() const {
   switch (kind) {
     case Kind::mat:
@@ -67,6 +73,9 @@ void Notice::fire() const {
       break;
     case Kind::sel_tbl:
       reinterpret_cast<pipe_sel_tbl_update_cb>(cb)(dev, tbl, a, b, is_add, cookie);
+      break;
+    case Kind::sync:
+      reinterpret_cast<pipe_mgr_sync_cb>(cb)(dev, cookie);
       break;
   }
 }
@@ -115,7 +124,18 @@ void drvm_reset(void) {
   reset_sys();
   reset_clients();
   reset_profiles();
+  reset_cells();
+  reset_telemetry();
   reset_store();
+  g_clock_us = 0;
+}
+
+uint64_t drvm_clock_us(void) { return g_clock_us; }
+
+void drvm_advance_clock(uint64_t usecs) {
+  g_clock_us += usecs;
+  idle_clock_tick(g_clock_us);
+  learn_clock_tick(g_clock_us);
 }
 
 void drvm_set_recording(int on) { g_recording = on != 0; }

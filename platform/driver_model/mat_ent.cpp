@@ -1,6 +1,7 @@
 // Match-table entry changes of the driver (add, change of action, delete), and the model's view of
 // its entry store. An entry bound to a profile's member or group names one that exists, of the
 // table's profile; the member or group stays referred to while the entry stands.
+#include "cells.h"
 #include "mat_common.h"
 #include "profile_store.h"
 
@@ -31,10 +32,12 @@ pipe_status_t pipe_mgr_mat_ent_add(pipe_sess_hdl_t sess_hdl, dev_target_t dev_tg
         bf_status_t st = check_binding(dev_tgt.device_id, mat_tbl_hdl, act_fn_hdl, b);
         if (st != BF_SUCCESS) return st;
         notices.reserve(1);
+        EntryPrep cells = cells_prepare_entry(dev_tgt.device_id, mat_tbl_hdl, 0, *act_spec);
         uint32_t hdl = 0;
         Table *t = nullptr;
         st = store_add(dev_tgt.device_id, mat_tbl_hdl, *match_spec, act_fn_hdl, *act_spec, ttl, &hdl, &t);
         if (st != BF_SUCCESS) return st;
+        cells_commit_entry(cells, dev_tgt.device_id, hdl);
         rebind(dev_tgt.device_id, mat_tbl_hdl, Binding{}, b);
         *ent_hdl_p = hdl;
         if (rec) rec->call.ent_hdl = hdl;
@@ -52,11 +55,14 @@ bf_status_t set_action(bf_dev_id_t dev, Table &t, uint32_t slot, uint32_t act_fn
   bf_status_t st = check_binding(dev, t.hdl, act_fn_hdl, after);
   if (st != BF_SUCCESS) return st;
   notices.reserve(1);
+  const uint32_t hdl = t.entries[slot].handle;
+  EntryPrep cells = cells_prepare_entry(dev, t.hdl, hdl, a);
   const Binding before = binding_of(t.entries[slot]);
   st = store_set_action(t, slot, act_fn_hdl, a);
   if (st != BF_SUCCESS) return st;
+  cells_commit_entry(cells, dev, hdl);
   rebind(dev, t.hdl, before, after);
-  notices.add(mat_notice(t, dev, PIPE_MAT_UPDATE_SET_ACTION, t.entries[slot].handle, act_fn_hdl));
+  notices.add(mat_notice(t, dev, PIPE_MAT_UPDATE_SET_ACTION, hdl, act_fn_hdl));
   return BF_SUCCESS;
 }
 
@@ -66,6 +72,7 @@ void delete_entry(bf_dev_id_t dev, Table &t, uint32_t slot, Notices &notices) {
   const Notice n = mat_notice(t, dev, PIPE_MAT_UPDATE_DEL, e.handle, e.act_fn_hdl);
   const Binding before = binding_of(e);
   notices.reserve(1);
+  cells_forget_entry(dev, t.hdl, e.handle);
   store_delete(dev, t, slot);
   rebind(dev, t.hdl, before, Binding{});
   notices.add(n);

@@ -31,6 +31,7 @@ struct RecordedCall {
   void copy_match(const pipe_tbl_match_spec_t *match);
   void copy_action(const pipe_action_spec_t *action);
   void copy_bytes(const uint8_t *src, size_t n);
+  void copy_bytes2(const uint8_t *src, size_t n);
   void set_text(const char *s);
 };
 
@@ -55,7 +56,8 @@ inline bool take_fault(const char *fn, bf_status_t *status) {
 
 // One update to report to a callback once the call that made it is finished.
 struct Notice {
-  enum class Kind : uint8_t { mat, adt, sel, sel_tbl };
+  // sync: a completion callback (dev, cookie), as of a database sync or a hit-state update.
+  enum class Kind : uint8_t { mat, adt, sel, sel_tbl, sync };
   Kind kind = Kind::mat;
   void (*cb)() = nullptr;  // the registered callback, of the kind's type
   void *cookie = nullptr;
@@ -160,6 +162,14 @@ void reset_sys();
 void reset_clients();
 void reset_store();
 void reset_profiles();
+void reset_cells();
+void reset_telemetry();
+
+// The clock (drvm_advance_clock): the model's time now, and the per-module steps of moving it,
+// run in this order with the new time.
+extern uint64_t g_clock_us CV_DRVM_HIDDEN;
+void idle_clock_tick(uint64_t now_us);
+void learn_clock_tick(uint64_t now_us);
 
 }  // namespace drvm
 

@@ -28,6 +28,8 @@ enum {
                                default entry or as a fallback member */
   BF_TABLE_MISMATCH = 12,   /* a member or group of another action profile, or of a pipe the
                                request's object is not on */
+  BF_INDEX_OUT_OF_RANGE = 13, /* an index past the last cell of a counter, meter, WRED table or
+                                 register */
   BF_UNEXPECTED = 15,       /* an internal inconsistency */
   BF_NOT_SUPPORTED = 17,    /* the model does not implement the request */
   BF_INJECTED_FAULT = 99    /* default status of a refusal injected by a test */

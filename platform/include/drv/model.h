@@ -12,7 +12,9 @@
 #define DRV_MODEL_H
 
 #include "drv/bf_drv.h"
+#include "drv/bf_snapshot.h"
 #include "drv/pipe_mgr.h"
+#include "drv/pipe_resources.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -31,6 +33,12 @@ void drvm_set_recording(int on);
  * store, call back and record nothing; the entry, member and group handles they write are one
  * running count. */
 void drvm_set_passthrough(int on);
+
+/* The model's clock, in microseconds from 0 at drvm_reset. It stands still until a test moves it:
+ * moving it ages idle-time entries (expiry callbacks fire) and honours the learning timeout
+ * (batches due are delivered), in that order, before drvm_advance_clock returns. */
+uint64_t drvm_clock_us(void);
+void drvm_advance_clock(uint64_t usecs);
 
 /* ---- Recorded calls ---- */
 
@@ -54,9 +62,15 @@ typedef struct drvm_call {
   pipe_tbl_match_spec_t match;
   int has_action;                /* action is a copy of a record the caller passed */
   pipe_action_spec_t action;
-  const void *ptr_arg;           /* a pointer argument as passed (identity only, never read) */
-  const uint8_t *bytes;          /* a copy of a byte-string argument (a hash value), or null */
+  const void *ptr_arg;           /* a pointer argument as passed (identity only, never read): a
+                                    callback, an output array */
+  const void *ptr_arg2;          /* a second one: the cookie that goes with a callback */
+  const uint8_t *bytes;          /* a copy of a byte-string or record argument (a hash value, a
+                                    counter or meter record, a register cell...), or null */
   uint32_t num_bytes;            /* its length */
+  const uint8_t *bytes2;         /* a copy of a second one (a trigger mask), or null */
+  uint32_t num_bytes2;
+  uint64_t arg_u64;              /* a 64-bit argument (a hash seed) */
 } drvm_call_t;
 
 size_t drvm_call_count(void);
@@ -189,5 +203,10 @@ bf_status_t drvm_sel_tbl_cb(bf_dev_id_t dev, uint32_t sel_tbl_hdl, pipe_sel_tbl_
 #ifdef __cplusplus
 }
 #endif
+
+/* The model's resource cells (counters, meters, WRED, registers, idle time) and its telemetry
+ * (learning digests, parser value sets, dynamic hashes, snapshots). */
+#include "drv/model_cells.h"
+#include "drv/model_telemetry.h"
 
 #endif
