@@ -194,6 +194,19 @@ class HandleSpaces:
 
 
 @dataclass
+class Snapshot:
+    """The snapshot record: its size, the most stages a capture gives, and per form (ingress,
+    egress) the offsets of its 2-byte and 4-byte fields."""
+    record_bytes: int
+    max_stages: int
+    forms: dict  # form -> {2: [offsets], 4: [offsets]}
+
+    def swaps(self, form):
+        """(offset, width in bytes) of the multi-byte fields of a form, in record order."""
+        return sorted([(o, w) for w, offs in self.forms[form].items() for o in offs])
+
+
+@dataclass
 class Catalog:
     program: str
     figures: dict
@@ -208,6 +221,7 @@ class Catalog:
     digests: list
     value_sets: list
     hashes: list
+    snapshot: Optional[Snapshot] = None
 
     def table(self, name):
         return self._tables[name]
@@ -295,14 +309,34 @@ def build(raw):
     groups = {g["name"]: Group(g["name"], g["pipeline"], g["first"], g["last"]) for g in raw.get("group", [])}
     cat = Catalog(raw["program"], raw.get("figures", {}), groups, HandleSpaces(raw.get("handle_space", {})), tables, sorted(actions, key=lambda a: a.number), profiles, counters, meters,
                   raw.get("register", []), raw.get("digest", []), raw.get("value_set", []), raw.get("hash", []))
+    snap = raw.get("snapshot")
+    if snap:
+        cat.snapshot = Snapshot(snap["record_bytes"], snap["max_stages"],
+                                {form: {2: snap.get(form + "_u16", []), 4: snap.get(form + "_u32", [])}
+                                 for form in ("ingress", "egress")})
     cat._tables = {t.name: t for t in tables}
     cat._actions = by_action
     validate_rows(cat)
     return cat
 
 
+def validate_snapshot(snap):
+    """Each form's fields lie in the record, in order, without overlapping."""
+    _check(0 < snap.max_stages, "snapshot: max_stages")
+    for form in snap.forms:
+        for w, offs in snap.forms[form].items():
+            _check(offs == sorted(offs), "snapshot %s: %d-byte offsets out of order" % (form, w))
+        end = 0
+        for off, w in snap.swaps(form):
+            _check(off >= end, "snapshot %s: field at %d overlaps the one before" % (form, off))
+            _check(off + w <= snap.record_bytes, "snapshot %s: field at %d runs past the record" % (form, off))
+            end = off + w
+
+
 def validate_rows(cat):
     """Invariants every row must meet, whatever the program."""
+    if cat.snapshot:
+        validate_snapshot(cat.snapshot)
     names = set()
     handles = set()
     for t in cat.tables:
@@ -414,6 +448,8 @@ def validate_figures(cat, fig=None):
     eq("digests", len(cat.digests), fig["digests"])
     eq("parser value sets", len(cat.value_sets), fig["value_sets"])
     eq("dynamic hashes", len(cat.hashes), fig["hashes"])
+    eq("snapshot fields converted", {f: len(cat.snapshot.swaps(f)) for f in fig["snapshot_fields"]},
+       fig["snapshot_fields"])
     eq("key records in their own order", sum(1 for t in T if t.record_order), fig["record_order_tables"])
     eq("key records with reserved bytes", sum(1 for t in T if t.reserved), fig["reserved_tables"])
     eq("index-bearing actions", sum(1 for r in cat.counters + cat.meters if r.index_action), fig["index_actions"])

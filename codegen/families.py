@@ -125,14 +125,76 @@ ARGS = {
     "res_spec": Arg("p4_pd_res_spec_t *", "res_spec"),
     "res_count": Arg("int", "res_count"),
     "params_out": Arg(lambda r: param_record(r.act) + " *", "action_spec"),
+    # Resources: a cell is addressed by its entry (direct) or by an index (indirect).
+    "cell": Arg(lambda r: "p4_pd_entry_hdl_t" if r.res.binding == "direct" else "uint32_t",
+                lambda r: "entry_hdl" if r.res.binding == "direct" else "index"),
+    "index": Arg("uint32_t", "index"),
+    "count": Arg("uint32_t", "count"),
+    "read_flags": Arg("uint32_t", "flags"),
+    "counter_value": Arg("p4_pd_counter_value_t", "counter_value"),
+    "counter_value_out": Arg("p4_pd_counter_value_t *", "counter_value"),
+    "stat_sync_cb": Arg("p4_pd_stat_sync_cb", "cb"),
+    "meter_spec_in": Arg("p4_pd_meter_spec_t *", "meter_spec"),
+    "meter_spec_out": Arg("p4_pd_meter_spec_t *", "meter_spec"),
+    "bytecount": Arg("int32_t", "bytecount"),
+    "bytecount_out": Arg("int32_t *", "bytecount"),
+    "register_value": Arg("uint8_t *", "register_value"),
+    "register_values": Arg("uint8_t *", "register_values"),
+    "value_count_out": Arg("int *", "value_count"),
+    "num_read_out": Arg("uint32_t *", "num_actually_read"),
+    "register_sync_cb": Arg("p4_pd_register_sync_cb", "cb"),
+    # Idle time.
+    "idle_params": Arg("p4_pd_idle_time_params_t", "params"),
+    "idle_params_out": Arg("p4_pd_idle_time_params_t *", "params"),
+    "idle_tmo_cb": Arg("p4_pd_idle_tmo_expiry_cb", "cb"),
+    "hit_state_cb": Arg("p4_pd_idle_tmo_update_complete_cb", "cb"),
+    "ttl_value": Arg("uint32_t", "ttl"),
+    "ttl_out": Arg("uint32_t *", "ttl"),
+    "hit_state_out": Arg("p4_pd_idle_time_hit_state_e *", "hit_state"),
+    # Digests.
+    "dev8": Arg("uint8_t", "dev_id"),
+    "digest_cb": Arg("p4_pd_digest_notify_cb", "cb"),
+    "digest_msg": Arg("p4_pd_digest_msg_t *", "msg"),
+    # Parser value sets.
+    "pvs_property": Arg("p4_pd_pvs_prop_type_t", "property"),
+    "pvs_value": Arg("p4_pd_pvs_prop_value_t", "value"),
+    "pvs_value_out": Arg("p4_pd_pvs_prop_value_t *", "value"),
+    "pvs_args": Arg("p4_pd_pvs_prop_args_t", "args"),
+    "gress": Arg("p4_pd_pvs_gress_t", "gress"),
+    "pipe": Arg("uint32_t", "pipe_id"),
+    "parser_id": Arg("uint8_t", "parser_id"),
+    "pvs_entry_value": Arg("uint32_t", "value"),
+    "pvs_entry_mask": Arg("uint32_t", "mask"),
+    "pvs_entry_value_out": Arg("uint32_t *", "value"),
+    "pvs_entry_mask_out": Arg("uint32_t *", "mask"),
+    "pvs_hdl": Arg("p4_pd_pvs_hdl_t", "pvs_entry_handle"),
+    "pvs_hdl_out": Arg("p4_pd_pvs_hdl_t *", "pvs_entry_handle"),
+    "next_pvs_hdls": Arg("p4_pd_pvs_hdl_t *", "next_pvs_entry_handles"),
+    "read_from_hw_flag": Arg("uint8_t", "read_from_hw"),
+    # Dynamic hashes.
+    "hash_input": Arg("p4_pd_hash_calc_input_t", "input"),
+    "hash_input_out": Arg("p4_pd_hash_calc_input_t *", "input"),
+    "hash_algorithm": Arg("p4_pd_hash_calc_algorithm_t", "algorithm"),
+    "hash_algorithm_out": Arg("p4_pd_hash_calc_algorithm_t *", "algorithm"),
+    "seed": Arg("uint64_t", "seed"),
+    "seed_out": Arg("uint64_t *", "seed"),
+    "attr_count": Arg("uint32_t", "attr_count"),
+    "attr_count_out": Arg("uint32_t *", "attr_count"),
+    "max_attr_count": Arg("uint32_t", "max_attr_count"),
+    "attr_list": Arg("p4_pd_hash_calc_input_field_attribute_t *", "attr_list"),
+    "num_attr_filled_out": Arg("uint32_t *", "num_attr_filled"),
+    "attr_sizes": Arg("uint32_t *", "attr_sizes"),
+    "hash_out": Arg("uint8_t *", "hash"),
+    "hash_out_len": Arg("uint32_t", "hash_len"),
 }
 
 
 @dataclass(frozen=True)
 class Family:
-    """One family: exports named by `pattern` (with {table}, {action}, {profile}, {field}), one per
-    row of `rows`, each calling `engine` with the row's descriptors `templates` (with {T} table,
-    {U} table action, {A} action, {P} profile, {M} profile member, {I} key field position) and
+    """One family: exports named by `pattern` (with {table}, {action}, {profile}, {field}, or a
+    resource kind: {counter}, {meter}, {register}, {digest}, {value_set}, {hash}), one per row of
+    `rows`, each calling `engine` with the row's descriptors `templates` (with {T} table, {U} table
+    action, {A} action, {P} profile, {M} profile member, {I} key field position, {R} resource) and
     every argument of `args`."""
 
     pattern: str
@@ -281,6 +343,101 @@ FAMILIES = [
       header="profiles"),
     F(P + "{profile}_get_sel_table_handle", "profiles", "table_handle_out", "get_sel_table_handle", "{P}",
       header="profiles"),
+    # ---- Counters ----
+    F(P + "counter_read_{counter}", "counters", "sess tgt cell read_flags counter_value_out", "counter_read",
+      "{R}", header="resources"),
+    F(P + "counter_write_{counter}", "counters", "sess tgt cell counter_value", "counter_write", "{R}",
+      header="resources"),
+    F(P + "counter_hw_sync_{counter}", "counters", "sess tgt stat_sync_cb cookie", "counter_hw_sync", "{R}",
+      header="resources"),
+    # ---- Meters ----
+    F(P + "meter_set_{meter}", "meters", "func sess tgt cell meter_spec_in", "meter_set", "{R}",
+      header="resources"),
+    F(P + "meter_read_{meter}", "meters", "sess tgt cell meter_spec_out", "meter_read", "{R}", header="resources"),
+    F(P + "meter_bytecount_adjust_set_{meter}", "meters", "sess tgt bytecount", "meter_bytecount_adjust_set",
+      "{R}", header="resources"),
+    F(P + "meter_bytecount_adjust_get_{meter}", "meters", "sess tgt bytecount_out", "meter_bytecount_adjust_get",
+      "{R}", header="resources"),
+    # ---- Registers ----
+    F(P + "register_read_{register}", "registers", "sess tgt index read_flags register_values value_count_out",
+      "register_read", "{R}", header="resources"),
+    F(P + "register_write_{register}", "registers", "sess tgt index register_value", "register_write", "{R}",
+      header="resources"),
+    F(P + "register_write_all_{register}", "registers", "sess tgt register_value", "register_write_all", "{R}",
+      header="resources"),
+    F(P + "register_reset_all_{register}", "registers", "sess tgt", "register_reset_all", "{R}",
+      header="resources"),
+    F(P + "register_range_reset_{register}", "registers", "sess tgt index count", "register_range_reset", "{R}",
+      header="resources"),
+    F(P + "register_range_read_{register}", "registers",
+      "sess tgt index count read_flags num_read_out register_values value_count_out", "register_range_read", "{R}",
+      header="resources"),
+    F(P + "register_hw_sync_{register}", "registers", "sess tgt register_sync_cb cookie", "register_hw_sync",
+      "{R}", header="resources"),
+    # ---- Idle time ----
+    F(P + "{table}_idle_tmo_enable", "idle_tables", "sess dev idle_params", "idle_tmo_enable", header="resources"),
+    F(P + "{table}_idle_tmo_disable", "idle_tables", "sess dev", "idle_tmo_disable", header="resources"),
+    F(P + "{table}_idle_register_tmo_cb", "idle_tables", "sess dev idle_tmo_cb cookie", "idle_register_tmo_cb",
+      header="resources"),
+    F(P + "{table}_idle_params_get", "idle_tables", "sess dev idle_params_out", "idle_params_get",
+      header="resources"),
+    F(P + "{table}_set_ttl", "idle_tables", "sess dev entry_hdl ttl_value", "set_ttl", header="resources"),
+    F(P + "{table}_get_ttl", "idle_tables", "sess dev entry_hdl ttl_out", "get_ttl", header="resources"),
+    F(P + "{table}_reset_ttl", "idle_tables", "sess dev entry_hdl", "reset_ttl", header="resources"),
+    F(P + "{table}_update_hit_state", "idle_tables", "sess dev hit_state_cb cookie", "update_hit_state",
+      header="resources"),
+    F(P + "{table}_get_hit_state", "idle_tables", "sess dev entry_hdl hit_state_out", "get_hit_state",
+      header="resources"),
+    # ---- Learning digests ----
+    F(P + "{digest}_register", "digests", "sess dev8 digest_cb cookie", "digest_register", "{R}",
+      header="resources"),
+    F(P + "{digest}_deregister", "digests", "sess dev8", "digest_deregister", "{R}", header="resources"),
+    F(P + "{digest}_notify_ack", "digests", "sess digest_msg", "digest_notify_ack", "{R}", header="resources"),
+    # ---- Parser value sets ----
+    F(P + "pvs_{value_set}_set_property", "value_sets", "sess dev pvs_property pvs_value pvs_args",
+      "pvs_set_property", "{R}", header="resources"),
+    F(P + "pvs_{value_set}_get_property", "value_sets", "sess dev pvs_property pvs_value_out pvs_args",
+      "pvs_get_property", "{R}", header="resources"),
+    F(P + "pvs_{value_set}_entry_add", "value_sets",
+      "sess dev gress pipe parser_id pvs_entry_value pvs_entry_mask pvs_hdl_out", "pvs_entry_add", "{R}",
+      header="resources"),
+    F(P + "pvs_{value_set}_entry_modify", "value_sets", "sess dev pvs_hdl pvs_entry_value pvs_entry_mask",
+      "pvs_entry_modify", "{R}", header="resources"),
+    F(P + "pvs_{value_set}_entry_delete", "value_sets", "sess dev pvs_hdl", "pvs_entry_delete", "{R}",
+      header="resources"),
+    F(P + "pvs_{value_set}_entry_get", "value_sets", "sess dev pvs_hdl pvs_entry_value_out pvs_entry_mask_out",
+      "pvs_entry_get", "{R}", header="resources"),
+    F(P + "pvs_{value_set}_entry_handle_get", "value_sets",
+      "sess dev gress pipe parser_id pvs_entry_value pvs_entry_mask pvs_hdl_out", "pvs_entry_handle_get", "{R}",
+      header="resources"),
+    F(P + "pvs_{value_set}_entry_get_first_entry_handle", "value_sets", "sess dev gress pipe parser_id pvs_hdl_out",
+      "pvs_entry_get_first", "{R}", header="resources"),
+    F(P + "pvs_{value_set}_entry_get_next_entry_handles", "value_sets",
+      "sess dev gress pipe parser_id pvs_hdl n next_pvs_hdls", "pvs_entry_get_next", "{R}", header="resources"),
+    F(P + "pvs_{value_set}_entry_get_count", "value_sets",
+      "sess dev gress pipe parser_id read_from_hw_flag count_out", "pvs_entry_get_count", "{R}",
+      header="resources"),
+    # ---- Dynamic hashes ----
+    F(P + "hash_calc_{hash}_input_set", "hashes", "sess dev hash_input", "hash_input_set", "{R}",
+      header="resources"),
+    F(P + "hash_calc_{hash}_input_get", "hashes", "sess dev hash_input_out", "hash_input_get", "{R}",
+      header="resources"),
+    F(P + "hash_calc_{hash}_algorithm_set", "hashes", "sess dev hash_algorithm", "hash_algorithm_set", "{R}",
+      header="resources"),
+    F(P + "hash_calc_{hash}_algorithm_get", "hashes", "sess dev hash_algorithm_out", "hash_algorithm_get", "{R}",
+      header="resources"),
+    F(P + "hash_calc_{hash}_seed_set", "hashes", "sess dev seed", "hash_seed_set", "{R}", header="resources"),
+    F(P + "hash_calc_{hash}_seed_get", "hashes", "sess dev seed_out", "hash_seed_get", "{R}", header="resources"),
+    F(P + "hash_calc_{hash}_input_field_attribute_set", "hashes", "sess dev hash_input attr_count attr_list",
+      "hash_input_field_attribute_set", "{R}", header="resources"),
+    F(P + "hash_calc_{hash}_input_field_attribute_count_get", "hashes", "sess dev hash_input attr_count_out",
+      "hash_input_field_attribute_count_get", "{R}", header="resources"),
+    F(P + "hash_calc_{hash}_input_field_attribute_get", "hashes",
+      "sess dev hash_input max_attr_count attr_list num_attr_filled_out", "hash_input_field_attribute_get", "{R}",
+      header="resources"),
+    F(P + "hash_calc_{hash}_calculate_hash_value", "hashes",
+      "sess dev attr_count attr_list attr_sizes hash_out hash_out_len", "hash_calculate_hash_value", "{R}",
+      header="resources"),
 ]
 
 
@@ -289,9 +446,10 @@ class Row:
     from. `subject` is the table or profile whose exports it makes."""
 
     def __init__(self, subject, table=None, table_action=None, act=None, profile=None, member=None, field=None,
-                 field_index=None):
+                 field_index=None, res=None, res_kind=None):
         self.subject, self.table, self.table_action, self.act = subject, table, table_action, act
         self.profile, self.member, self.field, self.field_index = profile, member, field, field_index
+        self.res, self.res_kind = res, res_kind  # a counter, meter, register, digest, value set or hash
 
     def names(self):
         n = {}
@@ -303,6 +461,8 @@ class Row:
             n["profile"] = self.profile.name
         if self.field:
             n["field"] = self.field.width_export
+        if self.res_kind:
+            n[self.res_kind] = self.subject
         return n
 
     def descriptors(self):
@@ -319,7 +479,25 @@ class Row:
             d["M"] = "desc::m_%s__%s" % (self.profile.name, self.act.name)
         if self.field_index is not None:
             d["I"] = str(self.field_index)
+        if self.res_kind:
+            d["R"] = "desc::%s_%s" % (RESOURCE_DESC_PREFIX[self.res_kind], self.subject)
         return d
+
+
+# Descriptor names of the resources: desc::<prefix>_<name>.
+RESOURCE_DESC_PREFIX = {"counter": "c", "meter": "mt", "register": "reg", "digest": "dg", "value_set": "vs",
+                        "hash": "h"}
+
+
+class Plain:
+    """A resource row of the catalog that is a plain table of columns, seen as attributes."""
+
+    def __init__(self, columns):
+        self.__dict__.update(columns)
+
+
+def _resources(rows, kind):
+    return [Row(r.name, res=r, res_kind=kind) for r in (x if hasattr(x, "name") else Plain(x) for x in rows)]
 
 
 def _profile_of(cat, t):
@@ -340,6 +518,13 @@ ROWS = {
     "profiles": lambda c: [Row(p.name, profile=p) for p in c.profiles],
     "profile_members": lambda c: [Row(p.name, profile=p, member=(a, h), act=a) for p in c.profiles
                                   for a, h in p.members],
+    "idle_tables": lambda c: [Row(t.name, table=t) for t in c.tables if t.idle_time],
+    "counters": lambda c: _resources(c.counters, "counter"),
+    "meters": lambda c: _resources(c.meters, "meter"),
+    "registers": lambda c: _resources(c.registers, "register"),
+    "digests": lambda c: _resources(c.digests, "digest"),
+    "value_sets": lambda c: _resources(c.value_sets, "value_set"),
+    "hashes": lambda c: _resources(c.hashes, "hash"),
 }
 
 

@@ -62,6 +62,37 @@ def expected(cat):
                 "_add_entry", "_add_entry_with_selector", "_modify_entry", "_modify_entry_with_selector",
                 "_modify_entry_by_match_spec", "_modify_entry_with_selector_by_match_spec", "_set_default_entry",
                 "_set_default_entry_with_selector")}
+    for c in cat["counter"]:
+        names |= {P + op + c["name"] for op in ("counter_read_", "counter_write_", "counter_hw_sync_")}
+    for m in cat["meter"]:
+        names |= {P + op + m["name"] for op in ("meter_set_", "meter_read_", "meter_bytecount_adjust_set_",
+                                                 "meter_bytecount_adjust_get_")}
+    for r in cat["register"]:
+        names |= {P + "register_%s_%s" % (op, r["name"]) for op in (
+            "read", "write", "write_all", "reset_all", "range_reset", "range_read", "hw_sync")}
+    for t in cat["table"]:
+        if t.get("idle_time"):
+            names |= {P + t["name"] + s for s in (
+                "_idle_tmo_enable", "_idle_tmo_disable", "_idle_register_tmo_cb", "_idle_params_get", "_set_ttl",
+                "_get_ttl", "_reset_ttl", "_update_hit_state", "_get_hit_state")}
+    for d in cat["digest"]:
+        names |= {P + d["name"] + s for s in ("_register", "_deregister", "_notify_ack")}
+    for v in cat["value_set"]:
+        names |= {P + "pvs_%s_%s" % (v["name"], op) for op in (
+            "set_property", "get_property", "entry_add", "entry_modify", "entry_delete", "entry_get",
+            "entry_handle_get", "entry_get_first_entry_handle", "entry_get_next_entry_handles", "entry_get_count")}
+    for h in cat["hash"]:
+        names |= {P + "hash_calc_%s_%s" % (h["name"], op) for op in (
+            "input_set", "input_get", "algorithm_set", "algorithm_get", "seed_set", "seed_get",
+            "input_field_attribute_set", "input_field_attribute_count_get", "input_field_attribute_get",
+            "calculate_hash_value")}
+    names |= {P + "register_" + op for op in (
+        "read_direct", "write_direct", "read_indirect", "write_indirect", "hw_sync_direct", "hw_sync_indirect",
+        "reset_all_indirect", "range_reset_indirect", "write_all_indirect")}
+    names |= {P + n for n in ("packets_meter_set", "packets_meter_read", "bytes_meter_set", "bytes_meter_read",
+                              "wred_set", "get_digest_entry_field", "get_digest_entry_size", "set_learning_timeout",
+                              "snapshot_create", "snapshot_delete", "snapshot_capture_trigger_set",
+                              "snapshot_capture_data_get")}
     return names
 
 

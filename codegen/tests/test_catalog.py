@@ -95,6 +95,15 @@ class WrongRows(unittest.TestCase):
     def test_figures_are_the_catalogs_own(self):
         self.assertRejected(lambda r: r["figures"].update(key_fields=637), figures=True)
 
+    def test_snapshot_fields_that_overlap(self):
+        self.assertRejected(lambda r: r["snapshot"]["ingress_u16"].insert(1, 4))
+
+    def test_snapshot_field_past_the_record(self):
+        self.assertRejected(lambda r: r["snapshot"]["egress_u32"].append(806))
+
+    def test_a_missing_snapshot_field_breaks_the_figures(self):
+        self.assertRejected(lambda r: r["snapshot"]["egress_u16"].pop(), figures=True)
+
     def test_a_missing_entry_action_breaks_the_figures(self):
         self.assertRejected(lambda r: table(r, "l2Lookup")["actions"].pop(0), figures=True)
 

@@ -9,6 +9,8 @@
 #include "corvin_switch/pd_tables.h"   /* generated from the catalog */
 #include "corvin_switch/pd_decoders.h" /* generated from the catalog */
 #include "corvin_switch/pd_profiles.h" /* generated from the catalog */
+#include "corvin_switch/pd_resources.h" /* generated from the catalog */
+#include "corvin_switch/pd_generic.h"
 
 #ifdef __cplusplus
 extern "C" {

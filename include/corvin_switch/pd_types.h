@@ -7,7 +7,9 @@
 
 #include <stdint.h>
 
+#include "drv/bf_snapshot.h"
 #include "drv/pipe_mgr.h"
+#include "drv/pipe_resources.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -80,6 +82,103 @@ typedef pipe_sel_tbl_update_cb p4_pd_sel_tbl_update_cb;
 typedef pipe_adt_update_cb p4_pd_adt_update_cb;
 /* Called by the driver when a group of a profile's selector, or its membership, changes. */
 typedef pipe_sel_update_cb p4_pd_sel_update_cb;
+
+/* ---- Counters, meters, WRED and registers ---- */
+
+/* A counter cell as the caller sees it. */
+typedef struct p4_pd_counter_value {
+  uint64_t packets;
+  uint64_t bytes;
+} p4_pd_counter_value_t;
+
+/* Bit 0 of a read's flags: refresh the cell from the hardware before reading it. Other bits are
+ * ignored. */
+#define COUNTER_READ_HW_SYNC 1u
+#define REGISTER_READ_HW_SYNC 1u
+
+/* Called by the driver when a background refresh of a whole counter or register is done. */
+typedef pipe_mgr_sync_cb p4_pd_stat_sync_cb;
+typedef pipe_mgr_sync_cb p4_pd_register_sync_cb;
+
+/* A WRED cell: four words the library moves unchanged; their meaning is the driver's. */
+typedef struct p4_pd_wred_spec {
+  uint32_t time_constant;
+  uint32_t red_min_threshold;
+  uint32_t red_max_threshold;
+  uint32_t max_probability;
+} p4_pd_wred_spec_t;
+
+/* The driver's register records, for the functions that take a register by handle. */
+typedef pipe_stful_mem_spec_t p4_pd_stful_mem_spec_t;
+typedef pipe_stful_mem_query_t p4_pd_stful_mem_query_t;
+
+/* ---- Idle time ---- */
+
+typedef pipe_idle_tmo_expiry_cb p4_pd_idle_tmo_expiry_cb;
+typedef pipe_idle_tmo_update_complete_cb p4_pd_idle_tmo_update_complete_cb;
+
+/* Idle modes: poll (hit state read on demand) and notify (expiry callback). */
+enum { PD_IDLE_TIME_MODE_POLL = 0, PD_IDLE_TIME_MODE_NOTIFY = 1 };
+
+/* A table's idle parameters. In notify mode all the words count; in another only the mode. */
+typedef struct p4_pd_idle_time_params {
+  uint32_t mode;
+  uint32_t ttl_query_interval;
+  uint32_t max_ttl;
+  uint32_t min_ttl;
+  p4_pd_idle_tmo_expiry_cb callback;
+  void *cookie;
+  uint8_t flag; /* not passed to the driver; cleared by a read in notify mode */
+} p4_pd_idle_time_params_t;
+
+/* An entry's hit state: one of the driver's PIPE_IDLE_TIME_HIT_STATE_* words. */
+typedef uint32_t p4_pd_idle_time_hit_state_e;
+
+/* ---- Learning digests ---- */
+
+/* A batch of digest records, as the driver delivers it and takes it back on acknowledgement. */
+typedef pipe_flow_lrn_msg_t p4_pd_digest_msg_t;
+typedef pipe_flow_lrn_notify_cb p4_pd_digest_notify_cb;
+
+/* ---- Parser value sets ---- */
+
+/* Properties, values and gresses of the value-set functions: the driver's own numbers. */
+typedef uint32_t p4_pd_pvs_prop_type_t;
+typedef uint32_t p4_pd_pvs_prop_value_t;
+typedef uint32_t p4_pd_pvs_prop_args_t;
+typedef uint32_t p4_pd_pvs_gress_t;
+enum { PD_PVS_GRESS_SCOPE = 0, PD_PVS_PIPE_SCOPE = 1, PD_PVS_PARSER_SCOPE = 2 };
+enum { PD_PVS_SCOPE_ALL = 0, PD_PVS_SCOPE_SINGLE = 1 };
+enum { PD_PVS_GRESS_INGRESS = 0, PD_PVS_GRESS_EGRESS = 1, PD_PVS_GRESS_ALL = 0xFF };
+#define PD_PVS_PARSER_ALL 0xFFu
+typedef uint32_t p4_pd_pvs_hdl_t;
+
+/* ---- Dynamic hashes ---- */
+
+/* The caller's choice of a hash's input field list and of its algorithm: each hash has one of
+ * each, enumerator 0. */
+typedef uint32_t p4_pd_hash_calc_input_t;
+typedef uint32_t p4_pd_hash_calc_algorithm_t;
+enum { PD_HASH_CALC_INPUT_FIELD_LIST = 0 };
+enum { PD_HASH_CALC_ALGORITHM = 0 };
+
+/* One attribute of an input field; for a hash calculation, one field with its value: the value
+ * itself for a field of up to 32 bits, else a big-endian byte string of (width + 7) / 8 bytes. */
+typedef struct p4_pd_hash_calc_input_field_attribute {
+  uint32_t input_field;
+  uint32_t type;
+  union {
+    uint32_t val;
+    uint8_t *stream;
+  } value;
+} p4_pd_hash_calc_input_field_attribute_t;
+
+/* ---- Snapshots ---- */
+
+typedef pipe_snapshot_hdl_t p4_pd_snapshot_hdl_t;
+typedef uint32_t p4_pd_snapshot_dir_t;
+enum { PD_SNAPSHOT_DIR_INGRESS = 0, PD_SNAPSHOT_DIR_EGRESS = 1 };
+typedef bf_snapshot_capture_ctrl_info_arr_t p4_pd_snapshot_capture_ctrl_info_arr_t;
 
 #ifdef __cplusplus
 }

@@ -91,6 +91,54 @@ struct ProfileDesc {
   const MemberDesc *const *members;
 };
 
+// A counter: the handle its calls take (the match table's for a direct counter, its own for an
+// indirect one).
+struct CounterDesc {
+  uint32_t handle;
+  bool direct;
+};
+
+// A meter: its own handle, the match table's for a direct meter, and its unit (the driver's unit
+// word: 0 bytes, 1 packets).
+struct MeterDesc {
+  uint32_t handle;
+  uint32_t table;
+  bool direct;
+  uint32_t unit;
+};
+
+// A register, a digest, a parser value set: the handle their calls take.
+struct HandleDesc {
+  uint32_t handle;
+};
+
+// A dynamic hash with the one input field list and the one algorithm it has.
+struct HashDesc {
+  uint32_t handle;
+  uint32_t input;
+  uint32_t algorithm;
+};
+
+// A field of a learning digest's record.
+struct DigestField {
+  const char *name;
+  uint16_t offset;
+  uint16_t length;
+};
+
+struct DigestDesc {
+  const char *name;
+  uint16_t entry_bytes;
+  uint8_t nfields;
+  const DigestField *fields;
+};
+
+// A multi-byte field of the snapshot record that changes byte order: its offset and width in bytes.
+struct SwapField {
+  uint16_t offset;
+  uint8_t bytes;
+};
+
 constexpr uint16_t image_bytes(uint16_t width) { return static_cast<uint16_t>((width + 7) / 8); }
 
 // Capacity of the action image buffer handed to the driver on read-back.

@@ -2,8 +2,10 @@
 #pragma once
 
 #include "profile.h"
+#include "resources.h"
 #include "table_add.h"
 #include "table_ops.h"
+#include "telemetry.h"
 
 namespace cv::pd {
 
