@@ -1,6 +1,7 @@
 // The attribute functions of the dynamic hashes and the packing of a hash calculation's fields into
 // one bit stream, shared by every hash.
 #include <algorithm>
+#include <cstring>
 
 #include "telemetry.h"
 
@@ -16,28 +17,20 @@ namespace {
 // moving towards the stream's start, and *bit the number of its low bits already taken. A byte at
 // a time, no loop per bit. The high bits of a source's top byte are not masked: a value wider than
 // its width spills into the field before it.
-void prepend_to_bytestream(uint8_t **cursor, uint8_t *bit, const uint8_t *src, uint32_t width) {
+// On a byte boundary the source's bytes are stored as they stand: one copy, after which the cursor
+// stays on the last byte if it is partly filled and moves before it otherwise.
+inline void prepend_to_bytestream(uint8_t **cursor, uint8_t *bit, const uint8_t *src, uint32_t width) {
   if (width == 0) return;
-  const uint8_t *s = src + (width + 7) / 8 - 1;
+  const uint32_t n = (width + 7) / 8;
   uint8_t *c = *cursor;
   uint32_t p = *bit;
   if (p == 0) {
-    for (;;) {
-      *c = *s;
-      if (width < 8) {
-        *bit = static_cast<uint8_t>(width);
-        *cursor = c;
-        return;
-      }
-      --c;
-      --s;
-      width -= 8;
-      if (width == 0) {
-        *cursor = c;
-        return;
-      }
-    }
+    std::memcpy(c - (n - 1), src, n);
+    *bit = static_cast<uint8_t>(width % 8);
+    *cursor = width % 8 ? c - (n - 1) : c - n;
+    return;
   }
+  const uint8_t *s = src + n - 1;
   for (;;) {
     *c = static_cast<uint8_t>(*c | (*s << p));
     if (8 - p > width) {
@@ -151,6 +144,21 @@ p4_pd_status_t hash_calculate_hash_value(uint32_t hash, p4_pd_sess_hdl_t sess, u
       uint32_t w = attr_sizes[i];
       if (w < 33) {
         uint32_t v = attr_list[i].value.val;
+        if (bit == 0 && w != 0) {
+          // On a byte boundary: the value's low n bytes, stored big-endian ending at the cursor. The
+          // bytes before the cursor are all still zero, so with room for them one four-byte store
+          // of the value cut to its n bytes does it.
+          uint32_t n = (w + 7) / 8;
+          if (cursor - stream >= 3) {
+            uint32_t be = __builtin_bswap32(n == 4 ? v : v & ((1u << (8 * n)) - 1));
+            std::memcpy(cursor - 3, &be, 4);
+          } else {
+            for (uint32_t k = 0; k < n; ++k) cursor[-static_cast<ptrdiff_t>(k)] = static_cast<uint8_t>(v >> (8 * k));
+          }
+          bit = static_cast<uint8_t>(w % 8);
+          cursor -= w % 8 ? n - 1 : n;
+          continue;
+        }
         uint8_t be[4] = {static_cast<uint8_t>(v >> 24), static_cast<uint8_t>(v >> 16), static_cast<uint8_t>(v >> 8),
                          static_cast<uint8_t>(v)};
         prepend_to_bytestream(&cursor, &bit, be + 4 - (w + 7) / 8, w);
