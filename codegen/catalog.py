@@ -68,7 +68,8 @@ class KeyField:
 
     @property
     def short_name(self):
-        return self.label or self.field.split("_", 1)[1]
+        # The field name less its first word; a name of one word is its own short name.
+        return self.label or (self.field.split("_", 1)[1] if "_" in self.field else self.field)
 
     @property
     def width_export(self):

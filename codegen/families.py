@@ -186,6 +186,8 @@ ARGS = {
     "attr_sizes": Arg("uint32_t *", "attr_sizes"),
     "hash_out": Arg("uint8_t *", "hash"),
     "hash_out_len": Arg("uint32_t", "hash_len"),
+    # Text.
+    "text_buf": Arg("char *", "buf"),
 }
 
 
@@ -194,8 +196,8 @@ class Family:
     """One family: exports named by `pattern` (with {table}, {action}, {profile}, {field}, or a
     resource kind: {counter}, {meter}, {register}, {digest}, {value_set}, {hash}), one per row of
     `rows`, each calling `engine` with the row's descriptors `templates` (with {T} table, {U} table
-    action, {A} action, {P} profile, {M} profile member, {I} key field position, {R} resource) and
-    every argument of `args`."""
+    action, {A} action, {P} profile, {M} profile member, {I} key field position, {R} resource; in
+    the reflection layer {X} table, {Y} action, {Z} profile) and every argument of `args`."""
 
     pattern: str
     rows: str
@@ -204,10 +206,16 @@ class Family:
     templates: str = "{T}"
     ret: str = "p4_pd_status_t"
     header: str = "tables"
+    layer: str = "pd"  # "pd", the driver-facing engine, or "pd_corvin", the reflection layer
 
 
-def F(pattern, rows, args, engine, templates="{T}", ret="p4_pd_status_t", header="tables"):
-    return Family(pattern, rows, tuple(args.split()), engine, templates, ret, header)
+def F(pattern, rows, args, engine, templates="{T}", ret="p4_pd_status_t", header="tables", layer="pd"):
+    return Family(pattern, rows, tuple(args.split()), engine, templates, ret, header, layer)
+
+
+def R(pattern, rows, args, engine, templates, ret):
+    """A family of the reflection layer."""
+    return F(pattern, rows, args, engine, templates, ret, header="reflection", layer="pd_corvin")
 
 
 TU = "{T}, {U}"
@@ -438,6 +446,11 @@ FAMILIES = [
     F(P + "hash_calc_{hash}_calculate_hash_value", "hashes",
       "sess dev attr_count attr_list attr_sizes hash_out hash_out_len", "hash_calculate_hash_value", "{R}",
       header="resources"),
+    # ---- Schema texts ----
+    R(P + "{table}_match_spec_schema", "keyed_tables", "", "match_spec_schema", "{X}", "const char *"),
+    R(P + "{action}_schema", "actions", "", "action_schema", "{Y}", "const char *"),
+    R(P + "{table}_schema", "tables", "text_buf", "table_schema", "{X}", "int"),
+    R(P + "{profile}_schema", "profiles", "text_buf", "profile_schema", "{Z}", "int"),
 ]
 
 
@@ -481,6 +494,13 @@ class Row:
             d["I"] = str(self.field_index)
         if self.res_kind:
             d["R"] = "desc::%s_%s" % (RESOURCE_DESC_PREFIX[self.res_kind], self.subject)
+        # The reflection layer's descriptors (catalog_text.h).
+        if self.table:
+            d["X"] = "desc::xt_" + self.table.name
+        if self.act:
+            d["Y"] = "desc::xa_" + self.act.name
+        if self.profile:
+            d["Z"] = "desc::xp_" + self.profile.name
         return d
 
 
@@ -515,6 +535,7 @@ ROWS = {
     "key_fields": lambda c: [Row(t.name, table=t, field=f, field_index=i) for t in c.tables
                              for i, f in enumerate(t.key)],
     "actions_with_params": lambda c: [Row("actions", act=a) for a in c.actions if a.params],
+    "actions": lambda c: [Row("actions", act=a) for a in c.actions],
     "profiles": lambda c: [Row(p.name, profile=p) for p in c.profiles],
     "profile_members": lambda c: [Row(p.name, profile=p, member=(a, h), act=a) for p in c.profiles
                                   for a, h in p.members],

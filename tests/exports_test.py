@@ -93,6 +93,10 @@ def expected(cat):
                               "wred_set", "get_digest_entry_field", "get_digest_entry_size", "set_learning_timeout",
                               "snapshot_create", "snapshot_delete", "snapshot_capture_trigger_set",
                               "snapshot_capture_data_get")}
+    # Schema texts: every key, action, table and profile.
+    names |= {P + t["name"] + "_match_spec_schema" for t in cat["table"] if t.get("key")}
+    names |= {P + a["name"] + "_schema" for a in cat["action"]}
+    names |= {P + t["name"] + "_schema" for t in cat["table"] + cat["profile"]}
     return names
 
 

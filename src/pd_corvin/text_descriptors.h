@@ -1,0 +1,56 @@
+// Descriptors of the reflection layer, as the generator emits them from the catalog
+// (catalog_text.h): what a text says of each key field, parameter, action, table and profile.
+#pragma once
+
+#include <cstdint>
+
+#include "descriptors.h"
+
+namespace cv::pd {
+
+// A display hint for the reader of a schema; the library itself never acts on one.
+enum class Hint : uint8_t { none, mac, v4addr, v6addr, port, vport, dec };
+
+// A key field: its short name, its name in the key record, its width, match kind and slice mask
+// (the bits the table matches, as low and high 64 bits), and hint.
+struct TextField {
+  const char *label;
+  const char *name;
+  uint16_t width;
+  Match match;
+  uint64_t slice_lo;
+  uint64_t slice_hi;
+  Hint hint;
+};
+
+struct TextParam {
+  const char *name;
+  uint16_t width;
+  Hint hint;
+};
+
+struct TextAction {
+  const char *name;
+  uint8_t nparams;
+  const TextParam *params;
+};
+
+// A match table: whether its entries bind to a profile with a selector, its key fields in key order,
+// and the actions it allows in ascending byte order of their names.
+struct TextTable {
+  const char *name;
+  bool selector;
+  uint8_t nfields;
+  const TextField *fields;
+  uint8_t nactions;
+  const TextAction *const *actions;
+};
+
+// An action profile: its member actions in ascending byte order of their names.
+struct TextProfile {
+  const char *name;
+  uint8_t nactions;
+  const TextAction *const *actions;
+};
+
+}  // namespace cv::pd

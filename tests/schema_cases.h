@@ -1,0 +1,28 @@
+// The expected schema text of every key, action, table and profile of the catalog, each with its
+// export (tests/gen_schema_cases.py).
+#pragma once
+
+#include <cstddef>
+
+extern "C" {
+#include "corvin_switch/pd.h"
+}
+
+struct StaticTextCase {
+  const char *name;
+  const char *(*text)();
+  const char *want;
+};
+
+struct BufferTextCase {
+  const char *name;
+  int (*write)(char *);
+  const char *want;
+};
+
+extern const StaticTextCase kKeySchemas[];
+extern const size_t kKeySchemaCount;
+extern const StaticTextCase kActionSchemas[];
+extern const size_t kActionSchemaCount;
+extern const BufferTextCase kTableSchemas[];  // the 226 tables, then the 6 profiles
+extern const size_t kTableSchemaCount;
