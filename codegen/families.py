@@ -188,6 +188,8 @@ ARGS = {
     "hash_out_len": Arg("uint32_t", "hash_len"),
     # Text.
     "text_buf": Arg("char *", "buf"),
+    "fd": Arg("int", "fd"),
+    "indent": Arg("int", "indent"),
 }
 
 
@@ -451,6 +453,11 @@ FAMILIES = [
     R(P + "{action}_schema", "actions", "", "action_schema", "{Y}", "const char *"),
     R(P + "{table}_schema", "tables", "text_buf", "table_schema", "{X}", "int"),
     R(P + "{profile}_schema", "profiles", "text_buf", "profile_schema", "{Z}", "int"),
+    # ---- Value texts and printers of records ----
+    R(P + "{table}_match_spec_value", "keyed_tables", "key text_buf", "match_spec_value", "{X}", "int"),
+    R(P + "{action}_value", "actions", "action_spec text_buf", "action_value", "{Y}", "int"),
+    R(P + "{table}_match_spec_print", "keyed_tables", "fd indent key", "match_spec_print", "{X}", "int"),
+    R(P + "{action}_print", "actions_with_params", "fd indent action_spec", "action_print", "{Y}", "int"),
 ]
 
 

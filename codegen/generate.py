@@ -270,14 +270,22 @@ def mask_words(f):
     return "0x%xull" % (m & (2**64 - 1)), "0x%xull" % (m >> 64)
 
 
+def member_bytes(width):
+    base, n = cat_mod.member_ctype(width)
+    return n if n else {"uint8_t": 1, "uint16_t": 2, "uint32_t": 4}[base]
+
+
 def emit_text_descriptors(c):
     """The reflection layer's descriptors: names, widths, slice masks and hints of every key field
     and parameter, and each table's and profile's actions in ascending byte order of their names."""
-    o = [MARK, "#pragma once\n\n#include \"text_descriptors.h\"\n\nnamespace cv::pd::desc {\n\n"]
+    o = [MARK, "#pragma once\n\n#include <cstddef>\n\n#include \"text_descriptors.h\"\n\n",
+         "extern \"C\" {\n#include \"corvin_switch/pd.h\"\n}\n\nnamespace cv::pd::desc {\n\n"]
     for a in c.actions:
         if a.params:
             o.append("inline constexpr TextParam xpp_%s[] = {%s};\n" % (a.name, ", ".join(
-                init(name='"%s"' % p.name, width=p.width, hint=HINTS[p.hint]) for p in a.params)))
+                init(name='"%s"' % p.name, width=p.width, hint=HINTS[p.hint],
+                     member_off="offsetof(%s, action_%s)" % (param_record(a), p.name),
+                     member_bytes=member_bytes(p.width)) for p in a.params)))
         o.append("inline constexpr TextAction xa_%s = %s;\n" % (a.name, init(
             name='"%s"' % a.name, nparams=len(a.params), params="xpp_" + a.name if a.params else "nullptr")))
     o.append("\n")
@@ -285,10 +293,15 @@ def emit_text_descriptors(c):
     for t in c.tables:
         if t.key:
             fields = []
+            rec = key_record(t)
             for f in t.key:
                 lo, hi = mask_words(f)
+                aux = ("offsetof(%s, %s_mask)" % (rec, f.field) if f.match == "ternary" else
+                       "offsetof(%s, %s_prefix_length)" % (rec, f.field) if f.match == "lpm" else "0")
                 fields.append(init(label='"%s"' % f.short_name, name='"%s"' % f.field, width=f.width,
-                                   match="Match::" + f.match, slice_lo=lo, slice_hi=hi, hint=HINTS[f.hint]))
+                                   match="Match::" + f.match, slice_lo=lo, slice_hi=hi, hint=HINTS[f.hint],
+                                   value_off="offsetof(%s, %s)" % (rec, f.field), aux_off=aux,
+                                   member_bytes=member_bytes(f.member_bits or f.width)))
             o.append("inline constexpr TextField xf_%s[] = {\n    %s};\n" % (t.name, ",\n    ".join(fields)))
         names = sorted({a.action.name for a in t.actions}, key=lambda n: n.encode())
         if names:

@@ -97,6 +97,10 @@ def expected(cat):
     names |= {P + t["name"] + "_match_spec_schema" for t in cat["table"] if t.get("key")}
     names |= {P + a["name"] + "_schema" for a in cat["action"]}
     names |= {P + t["name"] + "_schema" for t in cat["table"] + cat["profile"]}
+    # Value texts and printers of records.
+    names |= {P + t["name"] + s for t in cat["table"] if t.get("key") for s in ("_match_spec_value", "_match_spec_print")}
+    names |= {P + a["name"] + "_value" for a in cat["action"]}
+    names |= {P + a["name"] + "_print" for a in cat["action"] if a.get("params")}
     return names
 
 

@@ -38,4 +38,34 @@ inline int profile_schema(char *buf) {
   return write_profile_schema(Z, buf);
 }
 
+// ---- Value texts: one record as a Python literal, position for position with its schema ----
+
+int write_key_value(const TextTable &t, const void *rec, char *buf);
+int write_action_value(const TextAction &a, const void *params, char *buf);
+
+template <const TextTable &X>
+inline int match_spec_value(const void *rec, char *buf) {
+  return write_key_value(X, rec, buf);
+}
+
+template <const TextAction &Y>
+inline int action_value(const void *params, char *buf) {
+  return write_action_value(Y, params, buf);
+}
+
+// ---- Printers: one record as indented lines on a descriptor; the last dprintf's result ----
+
+int print_key(const TextTable &t, int fd, int indent, const void *rec);
+int print_params(const TextAction &a, int fd, int indent, const void *params);
+
+template <const TextTable &X>
+inline int match_spec_print(int fd, int indent, const void *rec) {
+  return print_key(X, fd, indent, rec);
+}
+
+template <const TextAction &Y>
+inline int action_print(int fd, int indent, const void *params) {
+  return print_params(Y, fd, indent, params);
+}
+
 }  // namespace cv::pd

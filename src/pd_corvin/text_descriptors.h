@@ -12,7 +12,9 @@ namespace cv::pd {
 enum class Hint : uint8_t { none, mac, v4addr, v6addr, port, vport, dec };
 
 // A key field: its short name, its name in the key record, its width, match kind and slice mask
-// (the bits the table matches, as low and high 64 bits), and hint.
+// (the bits the table matches, as low and high 64 bits), and hint; where its member lies in the key
+// record and how many bytes it has (1, 2, 4, or 16 for a 128-bit field), and where its `_mask` or
+// `_prefix_length` member lies.
 struct TextField {
   const char *label;
   const char *name;
@@ -21,12 +23,18 @@ struct TextField {
   uint64_t slice_lo;
   uint64_t slice_hi;
   Hint hint;
+  uint16_t value_off;
+  uint16_t aux_off;
+  uint8_t member_bytes;
 };
 
+// An action parameter, and where its member lies in the parameter record.
 struct TextParam {
   const char *name;
   uint16_t width;
   Hint hint;
+  uint16_t member_off;
+  uint8_t member_bytes;
 };
 
 struct TextAction {

@@ -1,0 +1,141 @@
+// Records as text: the value text of a key or an action (a Python literal that pairs position for
+// position with its schema) and the printers' indented lines. Numbers up to 32 bits are lower-case
+// hexadecimal padded to a digit per four bits of the width, the member cut to the field's slice
+// mask (a parameter to its width); a 128-bit field is its 16 bytes in record order as 32
+// upper-case digits, never masked; a prefix length is a 16-bit number.
+#include <stdio.h>
+
+#include <cstring>
+
+#include "reflect.h"
+
+namespace cv::pd {
+namespace {
+
+uint32_t load(const void *rec, uint16_t off, uint8_t bytes) {
+  const uint8_t *p = static_cast<const uint8_t *>(rec) + off;
+  switch (bytes) {
+    case 1:
+      return *p;
+    case 2: {
+      uint16_t v;
+      std::memcpy(&v, p, 2);
+      return v;
+    }
+    default: {
+      uint32_t v;
+      std::memcpy(&v, p, 4);
+      return v;
+    }
+  }
+}
+
+int digits(uint16_t width) { return (width + 3) / 4; }
+
+uint32_t width_mask(uint16_t width) { return width >= 32 ? 0xFFFFFFFFu : (1u << width) - 1; }
+
+const uint8_t *wide_member(const void *rec, uint16_t off) { return static_cast<const uint8_t *>(rec) + off; }
+
+// 32 upper-case digits of 16 bytes, first byte first, written at out without a terminator.
+void wide_digits(char *out, const uint8_t *bytes) {
+  static constexpr char kDigits[] = "0123456789ABCDEF";
+  for (int i = 0; i < 16; ++i) {
+    out[2 * i] = kDigits[bytes[i] >> 4];
+    out[2 * i + 1] = kDigits[bytes[i] & 0xF];
+  }
+}
+
+// The printers' helper of the 128-bit form: the digits in a buffer of the library's, which the
+// next call overwrites.
+char g_decode[33];
+
+const char *decode(const uint8_t *bytes) {
+  wide_digits(g_decode, bytes);
+  return g_decode;
+}
+
+// The value text's helper of the 128-bit form: "0x", 32 digits and ",", no terminator; 35.
+int decodev(char *out, const uint8_t *bytes) {
+  out[0] = '0';
+  out[1] = 'x';
+  wide_digits(out + 2, bytes);
+  out[34] = ',';
+  return 35;
+}
+
+bool is_slice(const TextField &f) { return f.width <= 32 && f.slice_lo != width_mask(f.width); }
+
+}  // namespace
+
+// ( 0x..,0x..,),
+int write_key_value(const TextTable &t, const void *rec, char *buf) {
+  int n = sprintf(buf, "( ");
+  for (uint8_t i = 0; i < t.nfields; ++i) {
+    const TextField &f = t.fields[i];
+    if (f.width > 32) {
+      n += decodev(buf + n, wide_member(rec, f.value_off));
+      if (f.match == Match::ternary) n += decodev(buf + n, wide_member(rec, f.aux_off));
+    } else {
+      uint32_t slice = static_cast<uint32_t>(f.slice_lo);
+      n += sprintf(buf + n, "0x%0*x,", digits(f.width), load(rec, f.value_off, f.member_bytes) & slice);
+      if (f.match == Match::ternary)
+        n += sprintf(buf + n, "0x%0*x,", digits(f.width), load(rec, f.aux_off, f.member_bytes) & slice);
+    }
+    if (f.match == Match::lpm) n += sprintf(buf + n, "0x%04x,", load(rec, f.aux_off, 2));
+  }
+  n += sprintf(buf + n, "),");
+  return n;
+}
+
+// ('name',(0x..,)),   or, without parameters, ('name',()),
+int write_action_value(const TextAction &a, const void *params, char *buf) {
+  int n = sprintf(buf, "('%s',(", a.name);
+  for (uint8_t i = 0; i < a.nparams; ++i) {
+    const TextParam &p = a.params[i];
+    n += sprintf(buf + n, "0x%0*x,", digits(p.width), load(params, p.member_off, p.member_bytes) & width_mask(p.width));
+  }
+  n += sprintf(buf + n, ")),");
+  return n;
+}
+
+// A heading at the indent, then one line per schema tuple one column further right ("%*c " writes
+// at least one character, so indent 0 gives two blanks).
+int print_key(const TextTable &t, int fd, int indent, const void *rec) {
+  int r = dprintf(fd, "%*sp4_pd_corvin_switch_%s_match_spec_t:\n", indent, "", t.name);
+  for (uint8_t i = 0; i < t.nfields; ++i) {
+    const TextField &f = t.fields[i];
+    if (f.width > 32) {
+      r = dprintf(fd, "%*c %s: 0x%s\n", indent, ' ', f.name, decode(wide_member(rec, f.value_off)));
+      if (f.match == Match::ternary)
+        r = dprintf(fd, "%*c %s_mask: 0x%s\n", indent, ' ', f.name, decode(wide_member(rec, f.aux_off)));
+    } else {
+      uint32_t slice = static_cast<uint32_t>(f.slice_lo);
+      uint32_t v = load(rec, f.value_off, f.member_bytes) & slice;
+      if (is_slice(f))
+        r = dprintf(fd, "%*c %s mask 0x%x: 0x%0*x\n", indent, ' ', f.name, slice, digits(f.width), v);
+      else
+        r = dprintf(fd, "%*c %s: 0x%0*x\n", indent, ' ', f.name, digits(f.width), v);
+      if (f.match == Match::ternary) {
+        uint32_t m = load(rec, f.aux_off, f.member_bytes) & slice;
+        if (is_slice(f))
+          r = dprintf(fd, "%*c %s_mask mask 0x%x: 0x%0*x\n", indent, ' ', f.name, slice, digits(f.width), m);
+        else
+          r = dprintf(fd, "%*c %s_mask: 0x%0*x\n", indent, ' ', f.name, digits(f.width), m);
+      }
+    }
+    if (f.match == Match::lpm) r = dprintf(fd, "%*c %s_prefix_length: 0x%04x\n", indent, ' ', f.name, load(rec, f.aux_off, 2));
+  }
+  return r;
+}
+
+int print_params(const TextAction &a, int fd, int indent, const void *params) {
+  int r = 0;
+  for (uint8_t i = 0; i < a.nparams; ++i) {
+    const TextParam &p = a.params[i];
+    r = dprintf(fd, "%*c action_%s: 0x%0*x\n", indent, ' ', p.name, digits(p.width),
+                load(params, p.member_off, p.member_bytes) & width_mask(p.width));
+  }
+  return r;
+}
+
+}  // namespace cv::pd

@@ -1,0 +1,88 @@
+// Record texts against the catalog: every key's and every action's value text and printed lines
+// (tests/gen_text_cases.py), and the forms the cases cannot reach from random records.
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "text_cases.h"
+
+namespace {
+
+// The lines a printer writes, read back from a temporary file.
+std::string printed(const std::function<int(int)> &print, int *returned) {
+  FILE *f = std::tmpfile();
+  if (f == nullptr) {
+    ADD_FAILURE() << "no temporary file";
+    return "";
+  }
+  *returned = print(fileno(f));
+  std::string out;
+  char chunk[4096];
+  lseek(fileno(f), 0, SEEK_SET);
+  for (ssize_t n; (n = read(fileno(f), chunk, sizeof chunk)) > 0;) out.append(chunk, size_t(n));
+  std::fclose(f);
+  return out;
+}
+
+class Check : public TextCheck {
+ public:
+  char *buf() override {
+    std::memset(buf_, 0x7f, sizeof buf_);
+    return buf_;
+  }
+  void value(int returned, const char *want) override {
+    EXPECT_STREQ(buf_, want);
+    EXPECT_EQ(returned, int(std::strlen(want)));
+    EXPECT_EQ(buf_[std::strlen(want) + 1], 0x7f) << "nothing past the terminator";
+  }
+  void print(int, const std::function<int(int)> &print, const char *want) override {
+    int returned = -1;
+    std::string got = printed(print, &returned);
+    EXPECT_EQ(got, want);
+    // The last dprintf's result: the length of the last line.
+    std::string w = want;
+    size_t start = w.rfind('\n', w.size() - 2);
+    EXPECT_EQ(returned, int(w.size() - (start == std::string::npos ? 0 : start + 1)));
+  }
+
+ private:
+  char buf_[512];
+};
+
+TEST(RecordText, EveryKeyAndActionWritesAndPrintsItsCatalogText) {
+  Check c;
+  for (size_t i = 0; i < kTextCaseCount; ++i) {
+    SCOPED_TRACE(kTextCases[i].name);
+    kTextCases[i].run(c);
+    if (::testing::Test::HasFailure()) break;
+  }
+}
+
+TEST(RecordText, WideFieldsAreNeverCutToTheirSlice) {
+  p4_pd_corvin_switch_ipv6ShortMaskLpm_match_spec_t k;
+  std::memset(&k, 0xFF, sizeof k);
+  char buf[256];
+  int n = p4_pd_corvin_switch_ipv6ShortMaskLpm_match_spec_value(&k, buf);
+  EXPECT_STREQ(buf, "( 0x3ff,0xFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFF,0xffff,),");
+  EXPECT_EQ(n, int(std::strlen(buf)));
+  p4_pd_corvin_switch_tunnelDipSelector_match_spec_t s;
+  std::memset(&s, 0xFF, sizeof s);
+  p4_pd_corvin_switch_tunnelDipSelector_match_spec_value(&s, buf);
+  EXPECT_STREQ(buf, "( 0x001f0000,),");
+}
+
+TEST(RecordText, PrintingAtIndentZeroStillIndentsFieldLines) {
+  p4_pd_corvin_switch_l2LookupKnownUcast_action_spec_t a = {0x123};
+  int returned = 0;
+  std::string got = printed([&](int fd) { return p4_pd_corvin_switch_l2LookupKnownUcast_print(fd, 0, &a); }, &returned);
+  EXPECT_EQ(got, "  action_egrL2Aintf: 0x000123\n");
+  got = printed([&](int fd) { return p4_pd_corvin_switch_l2LookupKnownUcast_print(fd, 4, &a); }, &returned);
+  EXPECT_EQ(got, "     action_egrL2Aintf: 0x000123\n");
+  EXPECT_EQ(returned, int(got.size()));
+}
+
+}  // namespace
