@@ -199,7 +199,8 @@ class Family:
     resource kind: {counter}, {meter}, {register}, {digest}, {value_set}, {hash}), one per row of
     `rows`, each calling `engine` with the row's descriptors `templates` (with {T} table, {U} table
     action, {A} action, {P} profile, {M} profile member, {I} key field position, {R} resource; in
-    the reflection layer {X} table, {Y} action, {Z} profile) and every argument of `args`."""
+    the reflection layer {X} table, {Y} action, {Z} profile; the row's names, {table} and the like,
+    may stand there too) and every argument of `args`."""
 
     pattern: str
     rows: str
@@ -458,6 +459,9 @@ FAMILIES = [
     R(P + "{action}_value", "actions", "action_spec text_buf", "action_value", "{Y}", "int"),
     R(P + "{table}_match_spec_print", "keyed_tables", "fd indent key", "match_spec_print", "{X}", "int"),
     R(P + "{action}_print", "actions_with_params", "fd indent action_spec", "action_print", "{Y}", "int"),
+    # ---- Entries read from the driver as value texts ----
+    R(P + "{table}_value", "tables", "func sess dev8 entry_hdl read_from_hw text_buf", "table_value",
+      "{X}, &" + P + "{table}_get_entry", "int"),
 ]
 
 
@@ -565,7 +569,7 @@ class Export:
         self.subject = row.subject
         args = [ARGS[a] for a in family.args]
         self.params = [a.param(row) for a in args if a.present(row)]
-        templates = family.templates.format(**row.descriptors())
+        templates = family.templates.format(**row.descriptors(), **row.names())
         self.call = "%s<%s>(%s)" % (family.engine, templates, ", ".join(a.engine_value(row) for a in args))
 
     def prototype(self):

@@ -287,7 +287,7 @@ def emit_text_descriptors(c):
                      member_off="offsetof(%s, action_%s)" % (param_record(a), p.name),
                      member_bytes=member_bytes(p.width)) for p in a.params)))
         o.append("inline constexpr TextAction xa_%s = %s;\n" % (a.name, init(
-            name='"%s"' % a.name, nparams=len(a.params), params="xpp_" + a.name if a.params else "nullptr")))
+            name='"%s"' % a.name, number=a.number, nparams=len(a.params), params="xpp_" + a.name if a.params else "nullptr")))
     o.append("\n")
     selector_tables = {p.table for p in c.profiles}
     for t in c.tables:
@@ -308,7 +308,8 @@ def emit_text_descriptors(c):
             o.append("inline constexpr const TextAction *xta_%s[] = {%s};\n" % (
                 t.name, ", ".join("&xa_" + n for n in names)))
         o.append("inline constexpr TextTable xt_%s = %s;\n" % (t.name, init(
-            name='"%s"' % t.name, selector=cbool(t.name in selector_tables), nfields=len(t.key),
+            name='"%s"' % t.name, selector=cbool(t.name in selector_tables), priority=cbool(t.priority),
+            nfields=len(t.key),
             fields="xf_" + t.name if t.key else "nullptr", nactions=len(names),
             actions="xta_" + t.name if names else "nullptr")))
     o.append("\n")

@@ -101,6 +101,7 @@ def expected(cat):
     names |= {P + t["name"] + s for t in cat["table"] if t.get("key") for s in ("_match_spec_value", "_match_spec_print")}
     names |= {P + a["name"] + "_value" for a in cat["action"]}
     names |= {P + a["name"] + "_print" for a in cat["action"] if a.get("params")}
+    names |= {P + t["name"] + "_value" for t in cat["table"]}
     return names
 
 

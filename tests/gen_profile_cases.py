@@ -141,6 +141,13 @@ def check_binding(t, key_want, prio, is_mbr, var, label, handle_expr):
              "cvtest::hex(reinterpret_cast<uint8_t *>(&want), sizeof want));\n"
         if t.priority:
             s += "    EXPECT_EQ(prio, 0x%xu);\n" % prio
+    # The value text from the driver: the key, then the binding, no comma behind it.
+    key_text = "()," if key_want is None else tref.value_text_key(t, key_want)
+    s += "    char vw[400], vt[400];\n"
+    s += "    std::snprintf(vw, sizeof vw, \"((%%s('%%s',(0x%%x,))),(%%d,True))\", \"%s\", \"%s\", %s, %s);\n" % (
+        key_text, "setMbrHdl" if is_mbr else "setGrpHdl", handle_expr, "int(prio)" if t.priority else "0")
+    s += "    EXPECT_EQ(%s_value(kSess, uint8_t(kTgt.device_id), %s, 0, vt), int(std::strlen(vw)));\n" % (n, var)
+    s += "    EXPECT_STREQ(vt, vw);\n"
     s += "  }\n"
     return s
 

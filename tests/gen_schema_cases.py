@@ -87,6 +87,21 @@ def main(argv):
         ",\n".join('  {"%s", %s%s_schema, %s}' % (n, P, n, c_string(t)) for n, t in acts), len(acts)))
     o.append("const BufferTextCase kTableSchemas[] = {\n%s};\nconst size_t kTableSchemaCount = %d;\n" % (
         ",\n".join('  {"%s", %s%s_schema, %s}' % (n, P, n, c_string(t)) for n, t in tables), len(tables)))
+    # Value-text writers of every key and action, each with its record's size, for the dump that a
+    # Python client evaluates.
+    o.append("\nconst ValueTextFn kKeyValueFns[] = {\n%s};\nconst size_t kKeyValueFnCount = %d;\n" % (",\n".join(
+        '  {"%s", sizeof(%s%s_match_spec_t), [](void *r, char *b) { return %s%s_match_spec_value('
+        'static_cast<%s%s_match_spec_t *>(r), b); }}' % (n, P, n, P, n, P, n) for n, _ in keys), len(keys)))
+    rows = []
+    for a in cat["action"]:
+        n = a["name"]
+        if a.get("params"):
+            rows.append('  {"%s", sizeof(%s%s_action_spec_t), [](void *r, char *b) { return %s%s_value('
+                        'static_cast<%s%s_action_spec_t *>(r), b); }}' % (n, P, n, P, n, P, n))
+        else:
+            rows.append('  {"%s", 0, [](void *, char *b) { return %s%s_value(b); }}' % (n, P, n))
+    o.append("const ValueTextFn kActionValueFns[] = {\n%s};\nconst size_t kActionValueFnCount = %d;\n" % (
+        ",\n".join(rows), len(rows)))
     with open(argv[1], "w") as f:
         f.write("".join(o))
     return 0

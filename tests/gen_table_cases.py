@@ -81,6 +81,33 @@ def add_args(t, ta, prio, has_params, ttl):
     return args
 
 
+def value_text_key(t, rec):
+    """The key text of a key record read back: members cut to the slice, 128-bit fields whole."""
+    s = "( "
+    for f in t.key:
+        full = (1 << f.width) - 1
+        sl = f.slice if f.slice is not None else full
+        for n in [f.field] + ([f.field + "_mask"] if f.match == "ternary" else []):
+            v = rec[n]
+            s += "0x%s," % "".join("%02X" % b for b in v) if f.width > 32 else "0x%0*x," % ((f.width + 3) // 4, v & sl)
+        if f.match == "lpm":
+            s += "0x%04x," % rec[f.field + "_prefix_length"]
+    return s + "),"
+
+
+def value_text_action(a, params):
+    return "('%s',(%s))," % (a.name, "".join("0x%0*x," % ((p.width + 3) // 4, params[p.name] & ((1 << p.width) - 1))
+                                             for p in a.params))
+
+
+def check_value_text(t, handle, want):
+    """The entry's value text from the driver, through get_entry."""
+    s = "    char vt[400];\n    std::memset(vt, 0x7f, sizeof vt);\n"
+    s += "    EXPECT_EQ(%s%s_value(kSess, uint8_t(kTgt.device_id), %s, 0, vt), %d);\n" % (PREFIX, t.name, handle, len(want))
+    s += "    EXPECT_STREQ(vt, \"%s\");\n" % want
+    return s
+
+
 def read_and_check(t, ta, key_want, prio, params_want, label):
     n = PREFIX + t.name
     s = "  {\n    SCOPED_TRACE(\"%s\");\n" % label
@@ -105,6 +132,11 @@ def read_and_check(t, ta, key_want, prio, params_want, label):
         s += "    EXPECT_EQ(cvtest::hex(data, sizeof pwant), cvtest::hex(reinterpret_cast<uint8_t *>(&pwant), sizeof pwant));\n"
     else:
         s += "    EXPECT_EQ(data[0], 0xA5) << \"an action without parameters leaves the buffer alone\";\n"
+    key_text = value_text_key(t, key_want) if t.key else "(),"
+    # The priority goes through "%d": a 32-bit word above 2^31 shows as negative.
+    p = (prio if t.priority else 0) & 0xFFFFFFFF
+    s += check_value_text(t, "h", "((%s%s),(%d,True))" % (key_text, value_text_action(ta.action, params_want),
+                                                          p - (1 << 32) if p >= 1 << 31 else p))
     s += "  }\n"
     return s
 
@@ -183,6 +215,8 @@ def default_case(i, rng, t, ta):
         s += "  EXPECT_EQ(std::memcmp(&got, &zero, sizeof got), 0) << \"a default entry clears the key\";\n"
     if t.priority:
         s += "  EXPECT_EQ(prio, 0u) << \"the priority as the driver left it\";\n"
+    params_want = decoded_params(t, ta, params, "default") if ta.action.params else {}
+    s += check_value_text(t, "dh", "(((),%s),(0,True))" % value_text_action(ta.action, params_want))
     s += "}\n\n"
     return s, '  {"%s/%s", default_%d},\n' % (t.name, ta.action.name, i)
 

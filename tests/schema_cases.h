@@ -26,3 +26,16 @@ extern const StaticTextCase kActionSchemas[];
 extern const size_t kActionSchemaCount;
 extern const BufferTextCase kTableSchemas[];  // the 226 tables, then the 6 profiles
 extern const size_t kTableSchemaCount;
+
+// The value-text writer of a key or an action, for records of record_size bytes (0: an action
+// without parameters, which takes none).
+struct ValueTextFn {
+  const char *name;
+  size_t record_size;
+  int (*write)(void *record, char *buf);
+};
+
+extern const ValueTextFn kKeyValueFns[];
+extern const size_t kKeyValueFnCount;
+extern const ValueTextFn kActionValueFns[];
+extern const size_t kActionValueFnCount;

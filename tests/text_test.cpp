@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "drv/model.h"
 #include "text_cases.h"
 
 namespace {
@@ -83,6 +84,19 @@ TEST(RecordText, PrintingAtIndentZeroStillIndentsFieldLines) {
   got = printed([&](int fd) { return p4_pd_corvin_switch_l2LookupKnownUcast_print(fd, 4, &a); }, &returned);
   EXPECT_EQ(got, "     action_egrL2Aintf: 0x000123\n");
   EXPECT_EQ(returned, int(got.size()));
+}
+
+// A reading that fails writes nothing and answers 0.
+TEST(RecordText, AnEntryTheDriverCannotReadHasNoText) {
+  drvm_reset();
+  p4_pd_corvin_switch_init();
+  char buf[64];
+  std::memset(buf, 0x7f, sizeof buf);
+  EXPECT_EQ(p4_pd_corvin_switch_l2Lookup_value(1, 0, 12345, 0, buf), 0);
+  EXPECT_EQ(buf[0], 0x7f);
+  drvm_fail_next("pipe_mgr_get_entry", 99);
+  EXPECT_EQ(p4_pd_corvin_switch_vxlanArp_value(1, 0, 1, 0, buf), 0);
+  EXPECT_EQ(buf[0], 0x7f);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include <cstring>
 
+#include "assertion.h"
 #include "reflect.h"
 
 namespace cv::pd {
@@ -95,6 +96,34 @@ int write_action_value(const TextAction &a, const void *params, char *buf) {
     n += sprintf(buf + n, "0x%0*x,", digits(p.width), load(params, p.member_off, p.member_bytes) & width_mask(p.width));
   }
   n += sprintf(buf + n, ")),");
+  return n;
+}
+
+int write_entry_body(const TextTable &t, const char *function, const void *key, const EntryAction &a, char *buf) {
+  int n = 0;
+  if (key) {
+    n = write_key_value(t, key, buf);
+  } else {
+    n = sprintf(buf, "(),");
+  }
+  if (a.bound) {
+    // No comma behind a binding text, and none at all without one.
+    if (a.has_member)
+      n += sprintf(buf + n, "('setMbrHdl',(0x%x,))", a.member);
+    else if (a.has_group)
+      n += sprintf(buf + n, "('setGrpHdl',(0x%x,))", a.group);
+    return n;
+  }
+  for (uint8_t i = 0; i < t.nactions; ++i)
+    if (t.actions[i]->number == a.number) return n + write_action_value(*t.actions[i], a.params, buf + n);
+  CV_HARD_ASSERT("false && \"unknown action\"", function);
+}
+
+int write_entry_value(const TextTable &t, const char *function, const void *key, const EntryAction &a,
+                      uint32_t priority, char *buf) {
+  int n = sprintf(buf, "((");
+  n += write_entry_body(t, function, key, a, buf + n);
+  n += sprintf(buf + n, "),(%d,True))", static_cast<int>(priority));
   return n;
 }
 

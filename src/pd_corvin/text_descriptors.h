@@ -39,6 +39,7 @@ struct TextParam {
 
 struct TextAction {
   const char *name;
+  uint16_t number;  // the action's enumerator
   uint8_t nparams;
   const TextParam *params;
 };
@@ -48,6 +49,7 @@ struct TextAction {
 struct TextTable {
   const char *name;
   bool selector;
+  bool priority;  // entries have a priority of their own (tables with ternary fields)
   uint8_t nfields;
   const TextField *fields;
   uint8_t nactions;

@@ -1,0 +1,34 @@
+// Prints every schema text of the library, and value texts of random records of every key and
+// action, one per line as "<kind>\t<name>\t<text>", for a client in Python to evaluate
+// (tests/text_eval_test.py). Records are random bytes across their whole size.
+#include <cstdio>
+#include <random>
+#include <vector>
+
+#include "schema_cases.h"
+
+int main() {
+  std::mt19937 rng(20261123);
+  std::vector<char> buf(8192);
+  for (size_t i = 0; i < kTableSchemaCount; ++i) {
+    int n = kTableSchemas[i].write(buf.data());
+    std::printf("table\t%s\t%d\t%s\n", kTableSchemas[i].name, n, buf.data());
+  }
+  for (size_t i = 0; i < kKeySchemaCount; ++i)
+    std::printf("key_schema\t%s\t-\t%s\n", kKeySchemas[i].name, kKeySchemas[i].text());
+  for (size_t i = 0; i < kActionSchemaCount; ++i)
+    std::printf("action_schema\t%s\t-\t%s\n", kActionSchemas[i].name, kActionSchemas[i].text());
+  auto values = [&](const char *kind, const ValueTextFn *fns, size_t count) {
+    for (size_t i = 0; i < count; ++i) {
+      for (int k = 0; k < 3; ++k) {
+        std::vector<unsigned char> rec(fns[i].record_size + 1);
+        for (auto &b : rec) b = static_cast<unsigned char>(k == 2 ? 0xFF : rng());
+        int n = fns[i].write(rec.data(), buf.data());
+        std::printf("%s\t%s\t%d\t%s\n", kind, fns[i].name, n, buf.data());
+      }
+    }
+  };
+  values("key_value", kKeyValueFns, kKeyValueFnCount);
+  values("action_value", kActionValueFns, kActionValueFnCount);
+  return 0;
+}

@@ -1,0 +1,69 @@
+#!/usr/bin/env python3
+"""A client's view of the library's texts: every schema text, and value texts of random records of
+every key and action (printed by text_dump), evaluated with ast.literal_eval. Each must have the
+shape a client unpacks, return its own length, and a value text must pair position by position
+with its schema, each number within its field's width (and slice), each action with its name.
+
+    text_eval_test.py TEXT_DUMP
+"""
+
+import ast
+import subprocess
+import sys
+
+
+def main(argv):
+    out = subprocess.run([argv[0]], check=True, capture_output=True, text=True).stdout
+    texts = {}
+    failures = []
+    counts = {}
+    for line in out.splitlines():
+        kind, name, length, text = line.split("\t", 3)
+        counts[kind] = counts.get(kind, 0) + 1
+        if length != "-" and int(length) != len(text):
+            failures.append("%s %s: returned %s for %d characters" % (kind, name, length, len(text)))
+        try:
+            value = ast.literal_eval(text)
+        except (ValueError, SyntaxError) as e:
+            failures.append("%s %s does not evaluate: %s" % (kind, name, e))
+            continue
+        if kind in ("key_value", "action_value"):
+            # A record's text ends in the comma that joins it into an entry: a tuple of one.
+            if not (isinstance(value, tuple) and len(value) == 1):
+                failures.append("%s %s: not one element and its comma: %r" % (kind, name, value))
+                continue
+            value = value[0]
+        texts.setdefault((kind, name), []).append(value)
+
+    for (kind, name), values in texts.items():
+        for v in values:
+            if kind == "key_schema":
+                ok = all(len(f) == 7 and isinstance(f[2], int) and isinstance(f[3], int) and f[5] is None
+                         and f[6] is None for f in v)
+            elif kind == "action_schema":
+                ok = v[0] == name and all(len(p) == 4 and isinstance(p[2], int) for p in v[1])
+            elif kind == "key_value":
+                schema = texts[("key_schema", name)][0]
+                ok = len(v) == len(schema) and all(
+                    0 <= n < (1 << f[2]) and (f[2] > 32 or n & ~f[3] == 0) for n, f in zip(v, schema))
+            elif kind == "action_value":
+                schema = texts[("action_schema", name)][0]
+                ok = v[0] == name and len(v[1]) == len(schema[1]) and all(
+                    0 <= n < (1 << p[2]) for n, p in zip(v[1], schema[1]))
+            else:  # table or profile
+                ok = isinstance(v, tuple)
+                if ok and len(v) == 3 and isinstance(v[0], tuple) and v[0][1:2] == ("mat",):
+                    ok = v[0][0] == name and (v[1] == () or v[1] == texts[("key_schema", name)][0])
+            if not ok:
+                failures.append("%s %s: shape or pairing: %r" % (kind, name, v))
+                break
+
+    for f in failures[:20]:
+        print(f)
+    print(", ".join("%d %s" % (n, k) for k, n in sorted(counts.items())))
+    print("%d passed, %d failed" % (0 if failures else 1, len(failures)))
+    return 1 if failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))
