@@ -5,6 +5,8 @@
 // upper-case digits, never masked; a prefix length is a 16-bit number.
 #include <stdio.h>
 
+#include <cstdint>
+
 #include <cstring>
 
 #include "assertion.h"
@@ -66,11 +68,61 @@ int decodev(char *out, const uint8_t *bytes) {
 
 bool is_slice(const TextField &f) { return f.width <= 32 && f.slice_lo != width_mask(f.width); }
 
+// The value texts' own formatting, no printf: these are the texts a client reads in bulk.
+int put(char *out, const char *s) {
+  size_t n = std::strlen(s);
+  std::memcpy(out, s, n);
+  return static_cast<int>(n);
+}
+
+// "0x", the value in lower-case hexadecimal padded to d digits (1 to 8), and ",". The eight digits
+// are made at once: each nibble spread into a byte of its own, turned into its character, the
+// bytes put most significant first, and the last d of them copied.
+int put_number(char *out, uint32_t v, int d) {
+  uint64_t x = v;
+  x = (x | (x << 16)) & 0x0000FFFF0000FFFFull;
+  x = (x | (x << 8)) & 0x00FF00FF00FF00FFull;
+  x = (x | (x << 4)) & 0x0F0F0F0F0F0F0F0Full;
+  uint64_t letters = ((x + 0x0606060606060606ull) >> 4) & 0x0101010101010101ull;  // 1 where a nibble > 9
+  x += 0x3030303030303030ull + letters * ('a' - '0' - 10);
+  x = __builtin_bswap64(x);
+  char text[8];
+  std::memcpy(text, &x, 8);
+  out[0] = '0';
+  out[1] = 'x';
+  std::memcpy(out + 2, text + 8 - d, static_cast<size_t>(d));
+  out[2 + d] = ',';
+  return d + 3;
+}
+
+// Lower-case hexadecimal without padding.
+int put_hex(char *out, uint32_t v) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  int d = 1;
+  while (d < 8 && (v >> (4 * d)) != 0) ++d;
+  for (int i = d - 1; i >= 0; --i, v >>= 4) out[i] = kDigits[v & 0xF];
+  return d;
+}
+
+int put_decimal(char *out, int32_t value) {
+  char digits[11];
+  int n = 0, len = 0;
+  uint32_t v = static_cast<uint32_t>(value);
+  if (value < 0) {
+    out[len++] = '-';
+    v = 0u - v;
+  }
+  do digits[n++] = static_cast<char>('0' + v % 10);
+  while ((v /= 10) != 0);
+  while (n > 0) out[len++] = digits[--n];
+  return len;
+}
+
 }  // namespace
 
 // ( 0x..,0x..,),
 int write_key_value(const TextTable &t, const void *rec, char *buf) {
-  int n = sprintf(buf, "( ");
+  int n = put(buf, "( ");
   for (uint8_t i = 0; i < t.nfields; ++i) {
     const TextField &f = t.fields[i];
     if (f.width > 32) {
@@ -78,40 +130,40 @@ int write_key_value(const TextTable &t, const void *rec, char *buf) {
       if (f.match == Match::ternary) n += decodev(buf + n, wide_member(rec, f.aux_off));
     } else {
       uint32_t slice = static_cast<uint32_t>(f.slice_lo);
-      n += sprintf(buf + n, "0x%0*x,", digits(f.width), load(rec, f.value_off, f.member_bytes) & slice);
+      n += put_number(buf + n, load(rec, f.value_off, f.member_bytes) & slice, digits(f.width));
       if (f.match == Match::ternary)
-        n += sprintf(buf + n, "0x%0*x,", digits(f.width), load(rec, f.aux_off, f.member_bytes) & slice);
+        n += put_number(buf + n, load(rec, f.aux_off, f.member_bytes) & slice, digits(f.width));
     }
-    if (f.match == Match::lpm) n += sprintf(buf + n, "0x%04x,", load(rec, f.aux_off, 2));
+    if (f.match == Match::lpm) n += put_number(buf + n, load(rec, f.aux_off, 2), 4);
   }
-  n += sprintf(buf + n, "),");
+  n += put(buf + n, "),");
+  buf[n] = '\0';
   return n;
 }
 
 // ('name',(0x..,)),   or, without parameters, ('name',()),
 int write_action_value(const TextAction &a, const void *params, char *buf) {
-  int n = sprintf(buf, "('%s',(", a.name);
+  int n = put(buf, "('");
+  n += put(buf + n, a.name);
+  n += put(buf + n, "',(");
   for (uint8_t i = 0; i < a.nparams; ++i) {
     const TextParam &p = a.params[i];
-    n += sprintf(buf + n, "0x%0*x,", digits(p.width), load(params, p.member_off, p.member_bytes) & width_mask(p.width));
+    n += put_number(buf + n, load(params, p.member_off, p.member_bytes) & width_mask(p.width), digits(p.width));
   }
-  n += sprintf(buf + n, ")),");
+  n += put(buf + n, ")),");
+  buf[n] = '\0';
   return n;
 }
 
 int write_entry_body(const TextTable &t, const char *function, const void *key, const EntryAction &a, char *buf) {
-  int n = 0;
-  if (key) {
-    n = write_key_value(t, key, buf);
-  } else {
-    n = sprintf(buf, "(),");
-  }
+  int n = key ? write_key_value(t, key, buf) : put(buf, "(),");
   if (a.bound) {
     // No comma behind a binding text, and none at all without one.
-    if (a.has_member)
-      n += sprintf(buf + n, "('setMbrHdl',(0x%x,))", a.member);
-    else if (a.has_group)
-      n += sprintf(buf + n, "('setGrpHdl',(0x%x,))", a.group);
+    if (a.has_member || a.has_group) {
+      n += put(buf + n, a.has_member ? "('setMbrHdl',(0x" : "('setGrpHdl',(0x");
+      n += put_hex(buf + n, a.has_member ? a.member : a.group);
+      n += put(buf + n, ",))");
+    }
     return n;
   }
   for (uint8_t i = 0; i < t.nactions; ++i)
@@ -121,9 +173,12 @@ int write_entry_body(const TextTable &t, const char *function, const void *key, 
 
 int write_entry_value(const TextTable &t, const char *function, const void *key, const EntryAction &a,
                       uint32_t priority, char *buf) {
-  int n = sprintf(buf, "((");
+  int n = put(buf, "((");
   n += write_entry_body(t, function, key, a, buf + n);
-  n += sprintf(buf + n, "),(%d,True))", static_cast<int>(priority));
+  n += put(buf + n, "),(");
+  n += put_decimal(buf + n, static_cast<int32_t>(priority));
+  n += put(buf + n, ",True))");
+  buf[n] = '\0';
   return n;
 }
 

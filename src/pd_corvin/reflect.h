@@ -17,11 +17,12 @@ namespace cv::pd {
 // ---- Schema texts: Python literals a client evaluates into nested tuples ----
 
 // The key schema of a table with a key, and the schema of an action, made once each into storage
-// that lives as long as the process.
+// that lives as long as the process (an action's on every call after its first gives the same text).
 const char *make_key_schema(const TextTable &t);
 const char *make_action_schema(const TextAction &a);
-// A table's or a profile's whole schema, written to buf; the number of characters written.
-int write_table_schema(const TextTable &t, char *buf);
+// A table's or a profile's whole schema, joined from its key literal (null for a keyless table)
+// and its actions' literals into buf; the number of characters written.
+int write_table_schema(const TextTable &t, const char *key, char *buf);
 int write_profile_schema(const TextProfile &p, char *buf);
 
 template <const TextTable &X>
@@ -32,13 +33,15 @@ inline const char *match_spec_schema() {
 
 template <const TextAction &Y>
 inline const char *action_schema() {
-  static const char *const text = make_action_schema(Y);
-  return text;
+  return make_action_schema(Y);
 }
 
 template <const TextTable &X>
 inline int table_schema(char *buf) {
-  return write_table_schema(X, buf);
+  if constexpr (X.nfields > 0)
+    return write_table_schema(X, match_spec_schema<X>(), buf);
+  else
+    return write_table_schema(X, nullptr, buf);
 }
 
 template <const TextProfile &Z>

@@ -2,9 +2,11 @@
 // tuples. No blank after a comma, a trailing comma behind the last element of every tuple that has
 // elements, names in apostrophes, widths in decimal, masks in lower-case hexadecimal without
 // padding; blanks only where the forms below put them.
+#include <atomic>
 #include <cstddef>
 #include <cstring>
 
+#include "program.h"
 #include "reflect.h"
 
 namespace cv::pd {
@@ -105,11 +107,13 @@ void action_schema(Writer &w, const TextAction &a) {
   w.put("))");
 }
 
+// The actions' texts, made once each on first use and kept for the process; a thread that loses a
+// race to make one drops its copy.
+std::atomic<const char *> g_action_texts[kActionCount];
+
+// A table's or profile's action literals, joined.
 void action_list(Writer &w, const TextAction *const *actions, uint8_t n) {
-  for (uint8_t i = 0; i < n; ++i) {
-    action_schema(w, *actions[i]);
-    w.put(",");
-  }
+  for (uint8_t i = 0; i < n; ++i) w.put(make_action_schema(*actions[i])).put(",");
 }
 
 // The entries of a selector's table bind to a member or a group: the same two forms for every such
@@ -117,12 +121,9 @@ void action_list(Writer &w, const TextAction *const *actions, uint8_t n) {
 constexpr const char *kSelectorTail =
     "( ('setMbrHdl',(('mbrHdl',None,32,None),)),( 'setGrpHdl', ( ( 'grpHdl', None, 32, None ), ) ) ))";
 
-void table_schema(Writer &w, const TextTable &t) {
+void table_schema(Writer &w, const TextTable &t, const char *key) {
   w.put("( ('").put(t.name).put("','mat',(").put(t.selector ? "True" : "False").put(",)),");
-  if (t.nfields)
-    key_schema(w, t);
-  else
-    w.put("()");
+  w.put(key ? key : "()");
   w.put(",");
   if (t.selector) {
     w.put(kSelectorTail);
@@ -152,12 +153,18 @@ const char *make_key_schema(const TextTable &t) {
 }
 
 const char *make_action_schema(const TextAction &a) {
-  return make([&](Writer &w) { action_schema(w, a); });
+  std::atomic<const char *> &slot = g_action_texts[a.number];
+  const char *text = slot.load(std::memory_order_acquire);
+  if (text != nullptr) return text;
+  const char *made = make([&](Writer &w) { action_schema(w, a); });
+  if (slot.compare_exchange_strong(text, made, std::memory_order_acq_rel)) return made;
+  delete[] made;
+  return text;
 }
 
-int write_table_schema(const TextTable &t, char *buf) {
+int write_table_schema(const TextTable &t, const char *key, char *buf) {
   Writer w(buf);
-  table_schema(w, t);
+  table_schema(w, t, key);
   w.terminate();
   return static_cast<int>(w.length());
 }
