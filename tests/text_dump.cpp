@@ -1,10 +1,13 @@
 // Prints every schema text of the library, and value texts of random records of every key and
 // action, one per line as "<kind>\t<name>\t<text>", for a client in Python to evaluate
-// (tests/text_eval_test.py). Records are random bytes across their whole size.
+// (tests/text_eval_test.py). Records are random bytes across their whole size; entries are made of
+// such records through the library, one per table, on the driver model.
 #include <cstdio>
 #include <random>
 #include <vector>
 
+#include "drv/model.h"
+#include "entry_dump.h"
 #include "schema_cases.h"
 
 int main() {
@@ -30,5 +33,12 @@ int main() {
   };
   values("key_value", kKeyValueFns, kKeyValueFnCount);
   values("action_value", kActionValueFns, kActionValueFnCount);
+  // Entries made through the library on the driver model, read back as value texts.
+  drvm_reset();
+  p4_pd_corvin_switch_init();
+  for (size_t i = 0; i < kEntryDumpCount; ++i) {
+    int n = kEntryDumps[i].run(rng, buf.data());
+    std::printf("entry\t%s\t%d\t%s\n", kEntryDumps[i].name, n, n > 0 ? buf.data() : "");
+  }
   return 0;
 }

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
-"""A client's view of the library's texts: every schema text, and value texts of random records of
-every key and action (printed by text_dump), evaluated with ast.literal_eval. Each must have the
+"""A client's view of the library's texts: every schema text, value texts of random records of every
+key and action, and the value text of an entry of every table that takes entries without a profile
+(printed by text_dump), evaluated with ast.literal_eval. Each must have the
 shape a client unpacks, return its own length, and a value text must pair position by position
 with its schema, each number within its field's width (and slice), each action with its name.
 
@@ -17,9 +18,11 @@ def main(argv):
     texts = {}
     failures = []
     counts = {}
+    text_of = {}
     for line in out.splitlines():
         kind, name, length, text = line.split("\t", 3)
         counts[kind] = counts.get(kind, 0) + 1
+        text_of[(kind, name)] = text
         if length != "-" and int(length) != len(text):
             failures.append("%s %s: returned %s for %d characters" % (kind, name, length, len(text)))
         try:
@@ -50,6 +53,20 @@ def main(argv):
                 schema = texts[("action_schema", name)][0]
                 ok = v[0] == name and len(v[1]) == len(schema[1]) and all(
                     0 <= n < (1 << p[2]) for n, p in zip(v[1], schema[1]))
+            elif kind == "entry":
+                key, action = v[0]
+                prio, word = v[1]
+                ks = texts.get(("key_schema", name), [()])[0]
+                ok = word is True and isinstance(prio, int) and (key == () or len(key) == len(ks))
+                ok = ok and action[0] in {a[0] for a in texts[("table", name)][0][2]}
+                if ok and key != ():
+                    ok = all(0 <= n < (1 << f[2]) and (f[2] > 32 or n & ~f[3] == 0) for n, f in zip(key, ks))
+                if ok:
+                    schema = texts[("action_schema", action[0])][0]
+                    ok = len(action[1]) == len(schema[1]) and all(
+                        0 <= n < (1 << p[2]) for n, p in zip(action[1], schema[1]))
+                if ok and len(text_of[(kind, name)]) > 345:
+                    failures.append("entry %s: longer than any entry text may be" % name)
             else:  # table or profile
                 ok = isinstance(v, tuple)
                 if ok and len(v) == 3 and isinstance(v[0], tuple) and v[0][1:2] == ("mat",):
