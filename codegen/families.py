@@ -189,6 +189,10 @@ ARGS = {
     # Text.
     "text_buf": Arg("char *", "buf"),
     "fd": Arg("int", "fd"),
+    "key_a": Arg(lambda r: key_record(r.table) + " *", "match_spec1"),
+    "key_b": Arg(lambda r: key_record(r.table) + " *", "match_spec2"),
+    "params_a": Arg(lambda r: param_record(r.act) + " *", "action_spec1"),
+    "params_b": Arg(lambda r: param_record(r.act) + " *", "action_spec2"),
     "indent": Arg("int", "indent"),
 }
 
@@ -459,6 +463,11 @@ FAMILIES = [
     R(P + "{action}_value", "actions", "action_spec text_buf", "action_value", "{Y}", "int"),
     R(P + "{table}_match_spec_print", "keyed_tables", "fd indent key", "match_spec_print", "{X}", "int"),
     R(P + "{action}_print", "actions_with_params", "fd indent action_spec", "action_print", "{Y}", "int"),
+    # ---- Comparisons of records ----
+    R(P + "{table}_match_specs_are_equal", "keyed_tables", "key_a key_b text_buf", "match_specs_are_equal", "{X}",
+      "int"),
+    R(P + "{action}_action_specs_are_equal", "actions_with_params", "params_a params_b text_buf",
+      "action_specs_are_equal", "{Y}", "int"),
     # ---- Entries read from the driver as value texts ----
     R(P + "{table}_value", "tables", "func sess dev8 entry_hdl read_from_hw text_buf", "table_value",
       "{X}, &" + P + "{table}_get_entry", "int"),

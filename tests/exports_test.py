@@ -102,6 +102,9 @@ def expected(cat):
     names |= {P + a["name"] + "_value" for a in cat["action"]}
     names |= {P + a["name"] + "_print" for a in cat["action"] if a.get("params")}
     names |= {P + t["name"] + "_value" for t in cat["table"]}
+    # Comparisons of records.
+    names |= {P + t["name"] + "_match_specs_are_equal" for t in cat["table"] if t.get("key")}
+    names |= {P + a["name"] + "_action_specs_are_equal" for a in cat["action"] if a.get("params")}
     return names
 
 

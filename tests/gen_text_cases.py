@@ -91,6 +91,57 @@ def action_lines(a, m, indent):
                    for p in a.get("params", []))
 
 
+def members_in_order(t):
+    """(member, width, mask, wide) of a key's fields in schema order, as the comparison takes them."""
+    out = []
+    for f in t["key"]:
+        w = f["width"]
+        sl = f.get("slice", (1 << w) - 1)
+        out.append((f["field"], w, sl, w > 32))
+        if f.get("match") == "ternary":
+            out.append((f["field"] + "_mask", w, sl, w > 32))
+        elif f.get("match") == "lpm":
+            out.append((f["field"] + "_prefix_length", 16, 0xFFFF, False))
+    return out
+
+
+def flipped(v, bit):
+    if isinstance(v, bytes):  # bit 0 is the least significant of the last byte
+        b = bytearray(v)
+        b[len(b) - 1 - bit // 8] ^= 1 << (bit % 8)
+        return bytes(b)
+    return v ^ (1 << bit)
+
+
+def compare_cases(rng, t):
+    """Pairs of key records that differ in one member: inside its mask (the first difference, named,
+    with masked values) or outside it (equal)."""
+    base = key_members(rng, t, False)
+    members = members_in_order(t)
+    cases = []
+    picks = {0, len(members) - 1, rng.randrange(len(members))}
+    for i in sorted(picks):
+        name, w, mask, wide = members[i]
+        bits = [b for b in range(w) if mask >> b & 1]
+        other = dict(base)
+        other[name] = flipped(base[name], rng.choice(bits))
+        if wide:
+            text = "mspec %s differs" % name
+        else:
+            text = "mspec %s differs 0x%x vs 0x%x" % (name, base[name] & mask, other[name] & mask)
+        cases.append((other, text))
+    for name, w, mask, wide in members:
+        member = member_bits(w) if not wide else w
+        outside = [b for b in range(member) if not (mask >> b & 1)]
+        if outside:
+            other = dict(base)
+            other[name] = flipped(base[name], rng.choice(outside))
+            cases.append((other, None))
+            break
+    cases.append((dict(base), None))
+    return base, cases
+
+
 def c_string(s):
     return '"' + s.replace("\\", "\\\\").replace('"', '\\"').replace("\n", "\\n") + '"'
 
@@ -99,7 +150,7 @@ def fill(var, rtype, members, prefix=""):
     s = "  %s %s;\n  std::memset(&%s, 0, sizeof %s);\n" % (rtype, var, var, var)
     for name, v in members.items():
         if isinstance(v, bytes):
-            s += "  { const uint8_t b[] = {%s}; std::memcpy(%s.%s%s, b, sizeof b); }\n" % (
+            s += "  { const uint8_t bytes[] = {%s}; std::memcpy(%s.%s%s, bytes, sizeof bytes); }\n" % (
                 ", ".join("0x%02x" % x for x in v), var, prefix, name)
         else:
             s += "  %s.%s%s = 0x%xu;\n" % (var, prefix, name, v)
@@ -126,6 +177,16 @@ def main(argv):
             o.append("  c.value(%s%s_match_spec_value(&r, c.buf()), %s);\n" % (P, t["name"], c_string(key_value(t, m))))
             o.append("  c.print(%d, [&](int fd) { return %s%s_match_spec_print(fd, %d, &r); }, %s);\n}\n\n" % (
                 indent, P, t["name"], indent, c_string(key_lines(t, m, indent))))
+        base, cases = compare_cases(rng, t)
+        fn = "cmp_" + t["name"]
+        names.append((fn, "%s comparison" % t["name"]))
+        o.append("static void %s(TextCheck &c) {\n" % fn)
+        o.append(fill("a", "%s%s_match_spec_t" % (P, t["name"]), base))
+        for j, (other, text) in enumerate(cases):
+            o.append("  {\n" + fill("b", "%s%s_match_spec_t" % (P, t["name"]), other).replace("\n  ", "\n    "))
+            o.append("    c.equal(%s%s_match_specs_are_equal(&a, &b, c.buf()), %s);\n  }\n" % (
+                P, t["name"], c_string(text) if text else "nullptr"))
+        o.append("}\n\n")
     for a in cat["action"]:
         params = a.get("params", [])
         m = {p["name"]: value_of(rng, member_bits(p["width"]), False) for p in params}
@@ -138,6 +199,22 @@ def main(argv):
             o.append("  c.value(%s%s_value(&r, c.buf()), %s);\n" % (P, a["name"], c_string(action_value(a, m))))
             o.append("  c.print(%d, [&](int fd) { return %s%s_print(fd, %d, &r); }, %s);\n" % (
                 indent, P, a["name"], indent, c_string(action_lines(a, m, indent))))
+            # One parameter changed within its width: named, with the values cut to it; changed only
+            # above its width: equal.
+            p = rng.choice(params)
+            w = p["width"]
+            o2 = dict(m)
+            o2[p["name"]] = m[p["name"]] ^ (1 << rng.randrange(w))
+            full = (1 << w) - 1
+            o.append("  {\n" + fill("b", "%s%s_action_spec_t" % (P, a["name"]), o2, "action_").replace("\n  ", "\n    "))
+            o.append("    c.equal(%s%s_action_specs_are_equal(&r, &b, c.buf()), %s);\n  }\n" % (
+                P, a["name"], c_string("aspec action_%s differs 0x%x vs 0x%x" % (p["name"], m[p["name"]] & full,
+                                                                                o2[p["name"]] & full))))
+            if member_bits(w) > w:
+                o3 = dict(m)
+                o3[p["name"]] = m[p["name"]] ^ (1 << rng.randrange(w, member_bits(w)))
+                o.append("  {\n" + fill("b", "%s%s_action_spec_t" % (P, a["name"]), o3, "action_").replace("\n  ", "\n    "))
+                o.append("    c.equal(%s%s_action_specs_are_equal(&r, &b, c.buf()), nullptr);\n  }\n" % (P, a["name"]))
         else:
             o.append("  c.value(%s%s_value(c.buf()), %s);\n" % (P, a["name"], c_string(action_value(a, m))))
         o.append("}\n\n")

@@ -18,6 +18,9 @@ class TextCheck {
   virtual void value(int returned, const char *want) = 0;
   // The lines `print` writes to a descriptor, and that it returns the last line's length.
   virtual void print(int indent, const std::function<int(int)> &print, const char *want) = 0;
+  // A comparison's answer: different with the text in buf(), or equal (a null text) with buf()
+  // untouched.
+  virtual void equal(int returned, const char *difference) = 0;
 };
 
 struct TextCase {

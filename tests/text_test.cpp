@@ -40,6 +40,15 @@ class Check : public TextCheck {
     EXPECT_EQ(returned, int(std::strlen(want)));
     EXPECT_EQ(buf_[std::strlen(want) + 1], 0x7f) << "nothing past the terminator";
   }
+  void equal(int returned, const char *difference) override {
+    if (difference == nullptr) {
+      EXPECT_EQ(returned, 1);
+      EXPECT_EQ(buf_[0], 0x7f) << "equal records leave the text buffer alone";
+    } else {
+      EXPECT_EQ(returned, 0);
+      EXPECT_STREQ(buf_, difference);
+    }
+  }
   void print(int, const std::function<int(int)> &print, const char *want) override {
     int returned = -1;
     std::string got = printed(print, &returned);

@@ -145,6 +145,21 @@ int table_value(const char *function, p4_pd_sess_hdl_t sess, uint8_t dev, p4_pd_
   }
 }
 
+// ---- Comparisons: 1 for equal, 0 for different with the first difference's text in buf ----
+
+int keys_equal(const TextTable &t, const void *a, const void *b, char *buf);
+int params_equal(const TextAction &act, const void *a, const void *b, char *buf);
+
+template <const TextTable &X>
+inline int match_specs_are_equal(const void *a, const void *b, char *buf) {
+  return keys_equal(X, a, b, buf);
+}
+
+template <const TextAction &Y>
+inline int action_specs_are_equal(const void *a, const void *b, char *buf) {
+  return params_equal(Y, a, b, buf);
+}
+
 // ---- Printers: one record as indented lines on a descriptor; the last dprintf's result ----
 
 int print_key(const TextTable &t, int fd, int indent, const void *rec);
