@@ -474,6 +474,79 @@ FAMILIES = [
 ]
 
 
+@dataclass(frozen=True)
+class Dispatcher:
+    """One export that takes a numeric handle, finds the table or profile of it by direct comparison
+    and calls that one's member of another family, `target`, with `args`; `miss` is the C body for
+    a handle that none has. `rows`: "tables" (by match table handle), "profiles" (by action data
+    handle) or "tables_and_profiles"."""
+
+    name: str
+    ret: str
+    params: tuple  # (C type, name), in prototype order
+    handle: str  # the parameter holding the handle
+    rows: str
+    target: str  # pattern of the called export: {table} or {profile}, and for both {subject}
+    args: str
+    miss: str
+
+    def prototype(self):
+        return "%s %s(%s)" % (self.ret, self.name, ", ".join(
+            "%s%s%s" % (t, "" if t.endswith("*") else " ", n) for t, n in self.params))
+
+
+def _params(text):
+    """ "type name, type *name" as (type, name) pairs."""
+    out = []
+    for p in text.split(","):
+        p = p.strip()
+        cut = max(p.rfind(" "), p.rfind("*"))
+        out.append((p[:cut + 1].strip(), p[cut + 1:]))
+    return tuple(out)
+
+
+SESS_TGT = "p4_pd_sess_hdl_t sess_hdl, p4_pd_dev_target_t dev_tgt"
+DISPATCHERS = [
+    Dispatcher(P + "entry_hdl_first", "p4_pd_status_t",
+               _params(SESS_TGT + ", uint32_t tbl_hdl, p4_pd_entry_hdl_t *entry_hdl"), "tbl_hdl", "tables",
+               P + "{table}_get_first_entry_handle", "sess_hdl, dev_tgt, entry_hdl",
+               "*entry_hdl = 0xFFFFFFFFu;\n  return 0;"),
+    Dispatcher(P + "entry_hdl_next", "p4_pd_status_t",
+               _params(SESS_TGT + ", uint32_t tbl_hdl, p4_pd_entry_hdl_t entry_hdl, int n, "
+                       "p4_pd_entry_hdl_t *next_entry_handles"), "tbl_hdl", "tables",
+               P + "{table}_get_next_entry_handles", "sess_hdl, dev_tgt, entry_hdl, n, next_entry_handles",
+               "next_entry_handles[0] = 0xFFFFFFFFu;\n  return 0;"),
+    Dispatcher(P + "entry_hdl_default", "p4_pd_status_t",
+               _params(SESS_TGT + ", uint32_t tbl_hdl, p4_pd_entry_hdl_t *entry_hdl"), "tbl_hdl", "tables",
+               P + "{table}_table_get_default_entry_handle", "sess_hdl, dev_tgt, entry_hdl",
+               "*entry_hdl = 0xFFFFFFFFu;\n  return 0;"),
+    Dispatcher(P + "member_hdl_first", "p4_pd_status_t",
+               _params(SESS_TGT + ", uint32_t adt_hdl, p4_pd_mbr_hdl_t *mbr_hdl"), "adt_hdl", "profiles",
+               P + "{profile}_get_first_member", "sess_hdl, dev_tgt, mbr_hdl",
+               "*mbr_hdl = 0xFFFFFFFFu;\n  return 0xFFFFFFFFu;"),
+    Dispatcher(P + "member_hdl_next", "p4_pd_status_t",
+               _params(SESS_TGT + ", uint32_t adt_hdl, p4_pd_mbr_hdl_t mbr_hdl, int n, p4_pd_mbr_hdl_t *next_mbr_hdls"),
+               "adt_hdl", "profiles", P + "{profile}_get_next_members", "sess_hdl, dev_tgt, mbr_hdl, n, next_mbr_hdls",
+               "next_mbr_hdls[0] = 0xFFFFFFFFu;\n  return 0xFFFFFFFFu;"),
+    Dispatcher(P + "entry_value", "int",
+               _params("p4_pd_sess_hdl_t sess_hdl, uint8_t dev_id, uint32_t tbl_hdl, p4_pd_entry_hdl_t entry_hdl, "
+                       "uint8_t read_from_hw, char *buf"), "tbl_hdl", "tables", P + "{table}_value",
+               "sess_hdl, dev_id, entry_hdl, read_from_hw, buf", "return 0;"),
+    Dispatcher(P + "cli_schema", "int", _params("uint32_t handle, char *buf"), "handle", "tables_and_profiles",
+               P + "{subject}_schema", "buf", "buf[0] = '(';\n  buf[1] = ')';\n  buf[2] = '\\0';\n  return 2;"),
+]
+
+
+def dispatch_rows(cat, d):
+    """(handle, subject name) of every table or profile a dispatcher covers."""
+    rows = []
+    if d.rows in ("tables", "tables_and_profiles"):
+        rows += [(t.handle, t.name) for t in cat.tables]
+    if d.rows in ("profiles", "tables_and_profiles"):
+        rows += [(p.action_data_table, p.name) for p in cat.profiles]
+    return rows
+
+
 class Row:
     """One catalog row as a family sees it: the objects its names, descriptors and arguments come
     from. `subject` is the table or profile whose exports it makes."""

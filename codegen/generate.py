@@ -132,6 +132,10 @@ def emit_family_header(key, exports, c=None):
     lines = ["/* %s */" % what, ""]
     if key == "resources" and c is not None and c.snapshot:
         lines += snapshot_types(c)
+    if key == "reflection":
+        lines.append("/* Dispatch by numeric handle: each calls the member of the table or profile of that handle. */")
+        lines += ["P4_PD_EXPORT %s;" % d.prototype() for d in families.DISPATCHERS]
+        lines.append("")
     for subject, group in by_subject(e for e in exports if e.family.header == key).items():
         lines.append("/* %s */" % subject)
         lines += ["P4_PD_EXPORT %s;" % e.prototype() for e in group]
@@ -323,6 +327,19 @@ def emit_text_descriptors(c):
     return "".join(o)
 
 
+def emit_dispatch(c):
+    """The dispatchers by handle: a switch over the handles of what each covers."""
+    o = [MARK, 'extern "C" {\n#include "corvin_switch/pd.h"\n\n']
+    for d in families.DISPATCHERS:
+        o.append("%s {\n  switch (%s) {\n" % (d.prototype(), d.handle))
+        for handle, name in families.dispatch_rows(c, d):
+            target = d.target.format(table=name, profile=name, subject=name)
+            o.append("    case 0x%x:\n      return %s(%s);\n" % (handle, target, d.args))
+        o.append("    default:\n      break;\n  }\n  %s\n}\n\n" % d.miss)
+    o.append("}  // extern \"C\"\n")
+    return "".join(o)
+
+
 def emit_glue(exports, layer="pd"):
     includes = ('#include "catalog_desc.h"\n#include "engine.h"\n' if layer == "pd" else
                 '#include "catalog_text.h"\n#include "reflect.h"\n\nextern "C" {\n#include "corvin_switch/pd.h"\n}\n')
@@ -434,6 +451,7 @@ def main(argv):
     write(os.path.join(src, "program.h"), emit_program_h(c))
     write(os.path.join(src, "action_names.cpp"), emit_action_names(c))
     write(os.path.join(src, "catalog_text.h"), emit_text_descriptors(c))
+    write(os.path.join(src, "dispatch.cpp"), emit_dispatch(c))
     # Each subject's exports of a layer in one glue file; subjects spread over the layer's files for a
     # parallel build.
     for layer, stem, count in (("pd", "glue", args.glue_files), ("pd_corvin", "corvin_glue", args.corvin_glue_files)):

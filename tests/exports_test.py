@@ -105,6 +105,9 @@ def expected(cat):
     # Comparisons of records.
     names |= {P + t["name"] + "_match_specs_are_equal" for t in cat["table"] if t.get("key")}
     names |= {P + a["name"] + "_action_specs_are_equal" for a in cat["action"] if a.get("params")}
+    # Dispatch by handle.
+    names |= {P + n for n in ("entry_hdl_first", "entry_hdl_next", "entry_hdl_default", "member_hdl_first",
+                              "member_hdl_next", "entry_value", "cli_schema")}
     return names
 
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 extern "C" {
 #include "corvin_switch/pd.h"
@@ -18,6 +19,7 @@ struct BufferTextCase {
   const char *name;
   int (*write)(char *);
   const char *want;
+  uint32_t handle;  // the match table's, or the profile's action data table's
 };
 
 extern const StaticTextCase kKeySchemas[];
