@@ -30,19 +30,6 @@ constexpr uint32_t kOther = 0x9999;    // a resource handle nothing declares
 enum : uint32_t { e1 = 1, e2, i1, i2, kNextEnt };
 constexpr uint8_t kFill = 0xA5;
 
-// Text of numbers and strings, appended in order.
-inline void put(std::string &s, const std::string &t) { s.append(t); }
-inline void put(std::string &s, const char *t) { s.append(t); }
-template <class N, class = std::enable_if_t<std::is_integral_v<N>>>
-inline void put(std::string &s, N n) {
-  s.append(std::to_string(n));
-}
-template <class... T>
-std::string cat(const T &...parts) {
-  std::string s;
-  (put(s, parts), ...);
-  return s;
-}
 template <class T>
 std::string hexof(const T &v) {
   return hex(reinterpret_cast<const uint8_t *>(&v), sizeof v);
@@ -59,8 +46,8 @@ pipe_stat_data_t stat(uint64_t bytes, uint64_t packets) { return pipe_stat_data_
 std::string show(const pipe_stat_data_t &s) { return cat(s.bytes, "B/", s.packets, "P"); }
 
 // Records with every field in use: 64-bit fields with their high words set, a meter type above 1.
-const pipe_meter_spec_t kMeter = {7, 1, 0x1122334455667788ull, 0x99AABBCCDDEEFF00ull, 3, 0x0102030405060708ull,
-                                  0xF0E0D0C0B0A09080ull};
+const pipe_meter_spec_t kMeter = {
+    7, 1, 0x1122334455667788ull, 0x99AABBCCDDEEFF00ull, 3, 0x0102030405060708ull, 0xF0E0D0C0B0A09080ull};
 const pipe_meter_spec_t kMeter2 = {0, 0, 1000, 2000, 0, 3000, 4000};
 const pipe_wred_spec_t kWredSpec = {0xA1, 0xB2, 0xC3, 0xD4};
 const pipe_stat_data_t kStat = {0x1122, 3};
@@ -179,8 +166,8 @@ class CellTest : public ModelTest {
   // Everything the world holds, as text: each cell that is not at its initial value, the entries
   // (table_state) and the idle state.
   static std::string state() {
-    std::string s = cat("pipes=", drvm_num_pipes(), " clock=", drvm_clock_us(), " direct=", drvm_direct_cell_count(),
-                        "\n");
+    std::string s =
+        cat("pipes=", drvm_num_pipes(), " clock=", drvm_clock_us(), " direct=", drvm_direct_cell_count(), "\n");
     for (uint32_t p = 0; p < 4; ++p) {
       for (uint32_t i = 0; i < 8; ++i) {
         pipe_stat_data_t hw, sw;
@@ -227,7 +214,10 @@ class CellTest : public ModelTest {
     int enabled = 0;
     EXPECT_EQ(drvm_idle_table_get(0, kIdle, &p, &enabled), BF_SUCCESS);
     s += cat("idle mode=", p.mode, " ", p.ttl_query_interval, " ", p.max_ttl, " ", p.min_ttl, " ", p.reserved, " ",
-             p.reserved2, " cb=", p.callback_fn == expiry_cb ? 1 : p.callback_fn == expiry_cb2 ? 2 : 0,
+             p.reserved2, " cb=",
+             p.callback_fn == expiry_cb    ? 1
+             : p.callback_fn == expiry_cb2 ? 2
+                                           : 0,
              " cookie=", p.client_data == &g_cookie ? 1 : 0, " enabled=", enabled, "\n");
     return s + table_state(0, kMat) + table_state(0, kIdle);
   }
@@ -280,32 +270,39 @@ using Call = std::function<bf_status_t(Out &)>;
 // hex; the byte string; which of the caller's pointers ptr_arg and ptr_arg2 are.
 std::string fields(const drvm_call_t &c, const Out &o) {
   std::string s = c.fn;
-  const std::pair<const char *, uint32_t> f[] = {
-      {"st", uint32_t(c.status)}, {"sess", c.sess_hdl},   {"dev", c.dev_tgt.device_id}, {"pipe", c.dev_tgt.dev_pipe_id},
-      {"tbl", c.tbl_hdl},        {"act", c.act_fn_hdl},  {"ttl", c.ttl},               {"flags", c.flags},
-      {"ent", c.ent_hdl},        {"a0", c.arg_u32[0]},   {"a1", c.arg_u32[1]},         {"a2", c.arg_u32[2]},
-      {"a3", c.arg_u32[3]}};
+  const std::pair<const char *, uint32_t> f[] = {{"st", uint32_t(c.status)},
+                                                 {"sess", c.sess_hdl},
+                                                 {"dev", c.dev_tgt.device_id},
+                                                 {"pipe", c.dev_tgt.dev_pipe_id},
+                                                 {"tbl", c.tbl_hdl},
+                                                 {"act", c.act_fn_hdl},
+                                                 {"ttl", c.ttl},
+                                                 {"flags", c.flags},
+                                                 {"ent", c.ent_hdl},
+                                                 {"a0", c.arg_u32[0]},
+                                                 {"a1", c.arg_u32[1]},
+                                                 {"a2", c.arg_u32[2]},
+                                                 {"a3", c.arg_u32[3]}};
   char buf[16];
   for (auto [name, v] : f)
     if (v) s += cat(" ", name, "=", (std::snprintf(buf, sizeof buf, v < 0xFFFF ? "%u" : "0x%x", v), buf));
   if (c.has_match || c.has_action || c.text || c.bytes2 || c.num_bytes2 || c.arg_u64) s += " other";
   if (c.bytes) s += cat(" bytes=", hex(c.bytes, c.num_bytes));
   if (!c.bytes && c.num_bytes) s += " num_bytes";
-  const std::pair<const void *, const char *> ptrs[] = {
-      {nullptr, ""},
-      {o.stat, "stat"},
-      {o.stat_ptrs, "stat_ptrs"},
-      {&o.meter, "meter"},
-      {&o.i32, "i32"},
-      {&o.num, "num"},
-      {o.w, "w0"},
-      {o.q, "q"},
-      {&o.params, "params"},
-      {&g_cookie, "cookie"},
-      {reinterpret_cast<const void *>(&sync_cb), "sync_cb"},
-      {reinterpret_cast<const void *>(&done_cb), "done_cb"},
-      {reinterpret_cast<const void *>(&expiry_cb), "expiry_cb"},
-      {reinterpret_cast<const void *>(&expiry_cb2), "expiry_cb2"}};
+  const std::pair<const void *, const char *> ptrs[] = {{nullptr, ""},
+                                                        {o.stat, "stat"},
+                                                        {o.stat_ptrs, "stat_ptrs"},
+                                                        {&o.meter, "meter"},
+                                                        {&o.i32, "i32"},
+                                                        {&o.num, "num"},
+                                                        {o.w, "w0"},
+                                                        {o.q, "q"},
+                                                        {&o.params, "params"},
+                                                        {&g_cookie, "cookie"},
+                                                        {reinterpret_cast<const void *>(&sync_cb), "sync_cb"},
+                                                        {reinterpret_cast<const void *>(&done_cb), "done_cb"},
+                                                        {reinterpret_cast<const void *>(&expiry_cb), "expiry_cb"},
+                                                        {reinterpret_cast<const void *>(&expiry_cb2), "expiry_cb2"}};
   auto name_of = [&ptrs](const void *p) {
     std::string name = "?";
     for (auto [q, n] : ptrs) name = p == q ? n : name;
@@ -350,75 +347,76 @@ struct Op {
 std::vector<Op> ops() {
   fresh_records();
   return {
-      {[](Out &) { return pipe_mgr_direct_stat_ent_database_sync(7, 0, 1, kMat, e1); },
+      {CALL(pipe_mgr_direct_stat_ent_database_sync(7, 0, 1, kMat, e1)),
        "pipe_mgr_direct_stat_ent_database_sync sess=7 pipe=1 tbl=0x100002d ent=1"},
-      {[](Out &o) { return pipe_mgr_mat_ent_direct_stat_query(7, 0, kMat, e1, &o.stat[0]); },
+      {CALL(pipe_mgr_mat_ent_direct_stat_query(7, 0, kMat, e1, &o.stat[0])),
        "pipe_mgr_mat_ent_direct_stat_query sess=7 pipe=0xffff tbl=0x100002d ent=1 ptr=stat"},
-      {[](Out &) { return pipe_mgr_mat_ent_direct_stat_set(7, 0, kMat, e2, &g_stat); },
+      {CALL(pipe_mgr_mat_ent_direct_stat_set(7, 0, kMat, e2, &g_stat)),
        "pipe_mgr_mat_ent_direct_stat_set sess=7 pipe=0xffff tbl=0x100002d ent=2 "
        "bytes=22110000000000000300000000000000"},
-      {[](Out &) { return pipe_mgr_direct_stat_database_sync(7, 0, BF_DEV_PIPE_ALL, kMat, sync_cb, &g_cookie); },
+      {CALL(pipe_mgr_direct_stat_database_sync(7, 0, BF_DEV_PIPE_ALL, kMat, sync_cb, &g_cookie)),
        "pipe_mgr_direct_stat_database_sync sess=7 pipe=0xffff tbl=0x100002d ptr=sync_cb ptr2=cookie"},
-      {[](Out &) { return pipe_mgr_stat_ent_database_sync(7, 0, 1, kCtr, 2); },
+      {CALL(pipe_mgr_stat_ent_database_sync(7, 0, 1, kCtr, 2)),
        "pipe_mgr_stat_ent_database_sync sess=7 pipe=1 tbl=0x4000013 ent=2"},
-      {[](Out &o) { return pipe_mgr_stat_ent_query(7, 0, 1, kCtr, g_idx, 2, o.stat_ptrs); },
+      {CALL(pipe_mgr_stat_ent_query(7, 0, 1, kCtr, g_idx, 2, o.stat_ptrs)),
        "pipe_mgr_stat_ent_query sess=7 pipe=1 tbl=0x4000013 a0=2 bytes=0200000005000000 ptr=stat_ptrs"},
-      {[](Out &) { return pipe_mgr_stat_ent_set(7, 0, 3, kCtr, 7, &g_stat); },
+      {CALL(pipe_mgr_stat_ent_set(7, 0, 3, kCtr, 7, &g_stat)),
        "pipe_mgr_stat_ent_set sess=7 pipe=3 tbl=0x4000013 ent=7 bytes=22110000000000000300000000000000"},
-      {[](Out &) { return pipe_mgr_stat_database_sync(7, 0, 2, kCtr, sync_cb, &g_cookie); },
+      {CALL(pipe_mgr_stat_database_sync(7, 0, 2, kCtr, sync_cb, &g_cookie)),
        "pipe_mgr_stat_database_sync sess=7 pipe=2 tbl=0x4000013 ptr=sync_cb ptr2=cookie"},
-      {[](Out &) { return pipe_mgr_meter_ent_set(7, 0, 2, kMtr, 5, &g_meter, 9); },
+      {CALL(pipe_mgr_meter_ent_set(7, 0, 2, kMtr, 5, &g_meter, 9)),
        "pipe_mgr_meter_ent_set sess=7 pipe=2 tbl=0x5000002 flags=9 ent=5 bytes=07000000010000008877665544332211"
-       "00ffeeddccbbaa99030000000807060504030201" "8090a0b0c0d0e0f0"},
-      {[](Out &) { return pipe_mgr_mat_ent_set_resource(7, 0, kMat, e1, g_res, 2, 4); },
+       "00ffeeddccbbaa99030000000807060504030201"
+       "8090a0b0c0d0e0f0"},
+      {CALL(pipe_mgr_mat_ent_set_resource(7, 0, kMat, e1, g_res, 2, 4)),
        cat("pipe_mgr_mat_ent_set_resource sess=7 pipe=0xffff tbl=0x100002d flags=4 ent=1 a0=2 bytes=",
            hex(reinterpret_cast<const uint8_t *>(g_res), sizeof g_res))},
-      {[](Out &o) { return pipe_mgr_meter_read_entry_idx(7, 0, 0, kMtr, 1, &o.meter, true); },
+      {CALL(pipe_mgr_meter_read_entry_idx(7, 0, 0, kMtr, 1, &o.meter, true)),
        "pipe_mgr_meter_read_entry_idx sess=7 tbl=0x5000002 ent=1 a0=1 ptr=meter"},
-      {[](Out &o) { return pipe_mgr_meter_read_entry(7, 0, 1, kMat, e1, &o.meter); },
+      {CALL(pipe_mgr_meter_read_entry(7, 0, 1, kMat, e1, &o.meter)),
        "pipe_mgr_meter_read_entry sess=7 pipe=1 tbl=0x100002d ent=1 ptr=meter"},
-      {[](Out &) { return pipe_mgr_meter_set_bytecount_adjust(7, 0, 1, kMtr, -3); },
+      {CALL(pipe_mgr_meter_set_bytecount_adjust(7, 0, 1, kMtr, -3)),
        "pipe_mgr_meter_set_bytecount_adjust sess=7 pipe=1 tbl=0x5000002 a0=0xfffffffd"},
-      {[](Out &o) { return pipe_mgr_meter_get_bytecount_adjust(7, 0, 2, kMtr, &o.i32); },
+      {CALL(pipe_mgr_meter_get_bytecount_adjust(7, 0, 2, kMtr, &o.i32)),
        "pipe_mgr_meter_get_bytecount_adjust sess=7 pipe=2 tbl=0x5000002 a0=0xfffffffc ptr=i32"},
-      {[](Out &) { return pipe_mgr_wred_ent_set(7, 0, BF_DEV_PIPE_ALL, kWred, 3, &g_wred, 1); },
+      {CALL(pipe_mgr_wred_ent_set(7, 0, BF_DEV_PIPE_ALL, kWred, 3, &g_wred, 1)),
        "pipe_mgr_wred_ent_set sess=7 pipe=0xffff tbl=0x7000001 flags=1 ent=3 bytes=a1000000b2000000c3000000d4000000"},
-      {[](Out &o) { return pipe_stful_query_get_sizes(7, 0, kReg, &o.num); },
+      {CALL(pipe_stful_query_get_sizes(7, 0, kReg, &o.num)),
        "pipe_stful_query_get_sizes sess=7 pipe=0xffff tbl=0x6000001 a0=2 ptr=num"},
-      {[](Out &o) { return pipe_stful_ent_query(7, 0, BF_DEV_PIPE_ALL, kReg, 1, &o.q[0], PIPE_FLAG_SYNC_REQ); },
+      {CALL(pipe_stful_ent_query(7, 0, BF_DEV_PIPE_ALL, kReg, 1, &o.q[0], PIPE_FLAG_SYNC_REQ)),
        "pipe_stful_ent_query sess=7 pipe=0xffff tbl=0x6000001 flags=1 ent=1 a0=2 a1=2 ptr=q"},
-      {[](Out &o) { return pipe_stful_ent_query_range(7, 0, 1, kReg, 4, 3, o.q, &o.w[0], 0); },
+      {CALL(pipe_stful_ent_query_range(7, 0, 1, kReg, 4, 3, o.q, &o.w[0], 0)),
        "pipe_stful_ent_query_range sess=7 pipe=1 tbl=0x6000001 ent=4 a0=3 a1=2 ptr=q ptr2=w0"},
-      {[](Out &) { return pipe_stful_ent_set(7, 0, 0, kReg, 3, &g_cell, 2); },
+      {CALL(pipe_stful_ent_set(7, 0, 0, kReg, 3, &g_cell, 2)),
        "pipe_stful_ent_set sess=7 tbl=0x6000001 flags=2 ent=3 bytes=f1f2f3f4f50000000000000000000000"},
-      {[](Out &o) { return pipe_stful_direct_ent_query(7, 0, kMat, e1, &o.q[0], 0); },
+      {CALL(pipe_stful_direct_ent_query(7, 0, kMat, e1, &o.q[0], 0)),
        "pipe_stful_direct_ent_query sess=7 pipe=0xffff tbl=0x100002d ent=1 a0=2 a1=2 ptr=q"},
-      {[](Out &) { return pipe_stful_database_sync(7, 0, BF_DEV_PIPE_ALL, kReg, sync_cb, &g_cookie); },
+      {CALL(pipe_stful_database_sync(7, 0, BF_DEV_PIPE_ALL, kReg, sync_cb, &g_cookie)),
        "pipe_stful_database_sync sess=7 pipe=0xffff tbl=0x6000001 ptr=sync_cb ptr2=cookie"},
-      {[](Out &) { return pipe_stful_direct_database_sync(7, 0, 1, kMat, sync_cb, nullptr); },
+      {CALL(pipe_stful_direct_database_sync(7, 0, 1, kMat, sync_cb, nullptr)),
        "pipe_stful_direct_database_sync sess=7 pipe=1 tbl=0x100002d ptr=sync_cb"},
-      {[](Out &) { return pipe_stful_table_reset(7, 0, BF_DEV_PIPE_ALL, kReg, nullptr); },
+      {CALL(pipe_stful_table_reset(7, 0, BF_DEV_PIPE_ALL, kReg, nullptr)),
        "pipe_stful_table_reset sess=7 pipe=0xffff tbl=0x6000001"},
-      {[](Out &) { return pipe_stful_table_reset_range(7, 0, 1, kReg, 2, 3, &g_cell); },
+      {CALL(pipe_stful_table_reset_range(7, 0, 1, kReg, 2, 3, &g_cell)),
        "pipe_stful_table_reset_range sess=7 pipe=1 tbl=0x6000001 ent=2 a0=3 bytes=f1f2f3f4f50000000000000000000000"},
-      {[](Out &) { return pipe_mgr_idle_set_params(7, 0, kIdle, g_params); },
+      {CALL(pipe_mgr_idle_set_params(7, 0, kIdle, g_params)),
        cat("pipe_mgr_idle_set_params sess=7 pipe=0xffff tbl=0x1000022 bytes=", hexof(g_params),
            " ptr=expiry_cb2 ptr2=cookie")},
-      {[](Out &o) { return pipe_mgr_idle_get_params(7, 0, kIdle, &o.params); },
+      {CALL(pipe_mgr_idle_get_params(7, 0, kIdle, &o.params)),
        "pipe_mgr_idle_get_params sess=7 pipe=0xffff tbl=0x1000022 ptr=params"},
-      {[](Out &) { return pipe_mgr_idle_tmo_set_enable(7, 0, kIdle, false); },
+      {CALL(pipe_mgr_idle_tmo_set_enable(7, 0, kIdle, false)),
        "pipe_mgr_idle_tmo_set_enable sess=7 pipe=0xffff tbl=0x1000022"},
-      {[](Out &) { return pipe_mgr_idle_register_tmo_cb(7, 0, kIdle, expiry_cb2, &g_cookie); },
+      {CALL(pipe_mgr_idle_register_tmo_cb(7, 0, kIdle, expiry_cb2, &g_cookie)),
        "pipe_mgr_idle_register_tmo_cb sess=7 pipe=0xffff tbl=0x1000022 ptr=expiry_cb2 ptr2=cookie"},
-      {[](Out &) { return pipe_mgr_mat_ent_set_idle_ttl(7, 0, kIdle, i1, 500, 6, true); },
+      {CALL(pipe_mgr_mat_ent_set_idle_ttl(7, 0, kIdle, i1, 500, 6, true)),
        "pipe_mgr_mat_ent_set_idle_ttl sess=7 pipe=0xffff tbl=0x1000022 ttl=500 flags=6 ent=3 a0=500 a1=1"},
-      {[](Out &o) { return pipe_mgr_mat_ent_get_idle_ttl(7, 0, kIdle, i1, &o.w[0]); },
+      {CALL(pipe_mgr_mat_ent_get_idle_ttl(7, 0, kIdle, i1, &o.w[0])),
        "pipe_mgr_mat_ent_get_idle_ttl sess=7 pipe=0xffff tbl=0x1000022 ent=3 a0=70 ptr=w0"},
-      {[](Out &) { return pipe_mgr_mat_ent_reset_idle_ttl(7, 0, kIdle, i1); },
+      {CALL(pipe_mgr_mat_ent_reset_idle_ttl(7, 0, kIdle, i1)),
        "pipe_mgr_mat_ent_reset_idle_ttl sess=7 pipe=0xffff tbl=0x1000022 ent=3"},
-      {[](Out &) { return pipe_mgr_idle_time_update_hit_state(7, 0, kIdle, done_cb, &g_cookie); },
+      {CALL(pipe_mgr_idle_time_update_hit_state(7, 0, kIdle, done_cb, &g_cookie)),
        "pipe_mgr_idle_time_update_hit_state sess=7 pipe=0xffff tbl=0x1000022 ptr=done_cb ptr2=cookie"},
-      {[](Out &o) { return pipe_mgr_idle_time_get_hit_state(7, 0, kIdle, i2, &o.w[0]); },
+      {CALL(pipe_mgr_idle_time_get_hit_state(7, 0, kIdle, i2, &o.w[0])),
        "pipe_mgr_idle_time_get_hit_state sess=7 pipe=0xffff tbl=0x1000022 ent=4 ptr=w0"},
   };
 }
@@ -435,17 +433,17 @@ TEST_F(CellTest, EachCallIsRecordedWithItsArgumentsAndResults) {
   }
   // A null record is recorded as none; a refused call as passed.
   const std::pair<Call, std::string> rows[] = {
-      {[](Out &) { return pipe_stful_table_reset_range(1, 0, 0, kReg, 5, 2, nullptr); },
+      {CALL(pipe_stful_table_reset_range(1, 0, 0, kReg, 5, 2, nullptr)),
        "pipe_stful_table_reset_range st=13 sess=1 tbl=0x6000001 ent=5 a0=2"},
-      {[](Out &) { return pipe_mgr_mat_ent_set_resource(1, 0, kMat, e1, g_res, 5, 0); },
+      {CALL(pipe_mgr_mat_ent_set_resource(1, 0, kMat, e1, g_res, 5, 0)),
        "pipe_mgr_mat_ent_set_resource st=3 sess=1 pipe=0xffff tbl=0x100002d ent=1 a0=5"},
-      {[](Out &) { return pipe_mgr_mat_ent_direct_stat_set(1, 0, kMat, e1, nullptr); },
+      {CALL(pipe_mgr_mat_ent_direct_stat_set(1, 0, kMat, e1, nullptr)),
        "pipe_mgr_mat_ent_direct_stat_set st=3 sess=1 pipe=0xffff tbl=0x100002d ent=1"},
-      {[](Out &o) { return pipe_stful_ent_query(1, 0, 0, kReg, 9, &o.q[0], 0); },
+      {CALL(pipe_stful_ent_query(1, 0, 0, kReg, 9, &o.q[0], 0)),
        "pipe_stful_ent_query st=13 sess=1 tbl=0x6000001 ent=9 a0=2 ptr=q"},
-      {[](Out &o) { return pipe_mgr_mat_ent_get_idle_ttl(1, 0, kMat, e1, &o.w[0]); },
+      {CALL(pipe_mgr_mat_ent_get_idle_ttl(1, 0, kMat, e1, &o.w[0])),
        "pipe_mgr_mat_ent_get_idle_ttl st=17 sess=1 pipe=0xffff tbl=0x100002d ent=1 ptr=w0"},
-      {[](Out &) { return pipe_mgr_stat_database_sync(1, 0, 4, kCtr, nullptr, nullptr); },
+      {CALL(pipe_mgr_stat_database_sync(1, 0, 4, kCtr, nullptr, nullptr)),
        "pipe_mgr_stat_database_sync st=3 sess=1 pipe=4 tbl=0x4000013"}};
   for (const auto &[call, want] : rows) {
     SCOPED_TRACE(want);
@@ -520,29 +518,18 @@ std::vector<Refusal> refusals() {
     });
   const uint32_t kAll = BF_DEV_PIPE_ALL;
   // Direct counters.
-  row("direct sync: an entry of another table", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_mgr_direct_stat_ent_database_sync(1, 0, 0, kMat, i1); });
-  row("direct sync: a handle never issued", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_mgr_direct_stat_ent_database_sync(1, 0, 0, kMat, 99); });
-  row("direct query: a null record", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_mat_ent_direct_stat_query(1, 0, kMat, e1, nullptr); });
-  row("direct query: another device", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_mgr_mat_ent_direct_stat_query(1, 1, kMat, e1, &o.stat[0]); });
-  row("direct set: a null record", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_mat_ent_direct_stat_set(1, 0, kMat, e1, nullptr); });
-  row("direct set: an unknown entry", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_mgr_mat_ent_direct_stat_set(1, 0, kMat, 0, &g_stat); });
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_direct_stat_ent_database_sync(1, 0, 0, kMat, i1));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_direct_stat_ent_database_sync(1, 0, 0, kMat, 99));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_mat_ent_direct_stat_query(1, 0, kMat, e1, nullptr));  // direct query: a null record
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_mat_ent_direct_stat_query(1, 1, kMat, e1, &o.stat[0]));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_mat_ent_direct_stat_set(1, 0, kMat, e1, nullptr));  // direct set: a null record
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_mat_ent_direct_stat_set(1, 0, kMat, 0, &g_stat));
   // Indirect counters.
-  row("stat sync: undeclared", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_mgr_stat_ent_database_sync(1, 0, 0, kMtr, 0); });
-  row("stat sync: pipe 4 of 4", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_stat_ent_database_sync(1, 0, 4, kCtr, 0); });
-  row("stat sync: index 8 of 8", BF_INDEX_OUT_OF_RANGE,
-      [](Out &) { return pipe_mgr_stat_ent_database_sync(1, 0, 1, kCtr, 8); });
-  row("stat query: a null index array", BF_INVALID_ARG,
-      [](Out &o) { return pipe_mgr_stat_ent_query(1, 0, 1, kCtr, nullptr, 2, o.stat_ptrs); });
-  row("stat query: a null record array", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_stat_ent_query(1, 0, 1, kCtr, g_idx, 2, nullptr); });
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_stat_ent_database_sync(1, 0, 0, kMtr, 0));    // stat sync: undeclared
+  REFUSE(BF_INVALID_ARG, pipe_mgr_stat_ent_database_sync(1, 0, 4, kCtr, 0));         // stat sync: pipe 4 of 4
+  REFUSE(BF_INDEX_OUT_OF_RANGE, pipe_mgr_stat_ent_database_sync(1, 0, 1, kCtr, 8));  // stat sync: index 8 of 8
+  REFUSE(BF_INVALID_ARG, pipe_mgr_stat_ent_query(1, 0, 1, kCtr, nullptr, 2, o.stat_ptrs));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_stat_ent_query(1, 0, 1, kCtr, g_idx, 2, nullptr));  // stat query: a null record array
   row("stat query: a null record", BF_INVALID_ARG, [](Out &o) {
     pipe_stat_data_t *ptrs[2] = {&o.stat[0], nullptr};
     return pipe_mgr_stat_ent_query(1, 0, 1, kCtr, g_idx, 2, ptrs);
@@ -551,90 +538,54 @@ std::vector<Refusal> refusals() {
     uint32_t idx[2] = {2, 8};
     return pipe_mgr_stat_ent_query(1, 0, 1, kCtr, idx, 2, o.stat_ptrs);
   });
-  row("stat query: undeclared", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_mgr_stat_ent_query(1, 0, 1, kWred, g_idx, 2, o.stat_ptrs); });
-  row("stat query: pipe 7", BF_INVALID_ARG,
-      [](Out &o) { return pipe_mgr_stat_ent_query(1, 0, 7, kCtr, g_idx, 2, o.stat_ptrs); });
-  row("stat set: a null record", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_stat_ent_set(1, 0, 1, kCtr, 1, nullptr); });
-  row("stat set: index 8", BF_INDEX_OUT_OF_RANGE,
-      [](Out &) { return pipe_mgr_stat_ent_set(1, 0, kAll, kCtr, 8, &g_stat); });
-  row("stat set: pipe 4", BF_INVALID_ARG, [](Out &) { return pipe_mgr_stat_ent_set(1, 0, 4, kCtr, 1, &g_stat); });
-  row("stat set: undeclared", BF_OBJECT_NOT_FOUND, [](Out &) { return pipe_mgr_stat_ent_set(1, 0, 1, 5, 1, &g_stat); });
-  row("stat database sync: undeclared", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_mgr_stat_database_sync(1, 0, kAll, kReg, sync_cb, nullptr); });
-  row("stat database sync: pipe 4", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_stat_database_sync(1, 0, 4, kCtr, sync_cb, nullptr); });
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_stat_ent_query(1, 0, 1, kWred, g_idx, 2, o.stat_ptrs));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_stat_ent_query(1, 0, 7, kCtr, g_idx, 2, o.stat_ptrs));  // stat query: pipe 7
+  REFUSE(BF_INVALID_ARG, pipe_mgr_stat_ent_set(1, 0, 1, kCtr, 1, nullptr));               // stat set: a null record
+  REFUSE(BF_INDEX_OUT_OF_RANGE, pipe_mgr_stat_ent_set(1, 0, kAll, kCtr, 8, &g_stat));     // stat set: index 8
+  REFUSE(BF_INVALID_ARG, pipe_mgr_stat_ent_set(1, 0, 4, kCtr, 1, &g_stat));               // stat set: pipe 4
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_stat_ent_set(1, 0, 1, 5, 1, &g_stat));             // stat set: undeclared
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_stat_database_sync(1, 0, kAll, kReg, sync_cb, nullptr));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_stat_database_sync(1, 0, 4, kCtr, sync_cb, nullptr));  // stat database sync: pipe 4
   // Meters and WRED.
-  row("meter set: a null record", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_meter_ent_set(1, 0, 0, kMtr, 0, nullptr, 0); });
-  row("meter set: a counter's handle", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_mgr_meter_ent_set(1, 0, 0, kCtr, 0, &g_meter, 0); });
-  row("meter set: a direct meter's handle", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_mgr_meter_ent_set(1, 0, 0, kDMtr, 0, &g_meter, 0); });
-  row("meter set: pipe 4", BF_INVALID_ARG, [](Out &) { return pipe_mgr_meter_ent_set(1, 0, 4, kMtr, 0, &g_meter, 0); });
-  row("meter set: index 8", BF_INDEX_OUT_OF_RANGE,
-      [](Out &) { return pipe_mgr_meter_ent_set(1, 0, 0, kMtr, 8, &g_meter, 0); });
-  row("set_resource: a null array", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_mat_ent_set_resource(1, 0, kMat, e1, nullptr, 1, 0); });
-  row("set_resource: count 0", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_mat_ent_set_resource(1, 0, kMat, e1, g_res, 0, 0); });
-  row("set_resource: count -1", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_mat_ent_set_resource(1, 0, kMat, e1, g_res, -1, 0); });
-  row("set_resource: count 5", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_mat_ent_set_resource(1, 0, kMat, e1, g_res, 5, 0); });
-  row("set_resource: an unknown entry", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_mgr_mat_ent_set_resource(1, 0, kMat, i1, g_res, 1, 0); });
-  row("read_entry_idx: a null record", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_meter_read_entry_idx(1, 0, 0, kMtr, 1, nullptr, false); });
-  row("read_entry_idx: undeclared", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_mgr_meter_read_entry_idx(1, 0, 0, kWred, 1, &o.meter, false); });
-  row("read_entry_idx: pipe 5", BF_INVALID_ARG,
-      [](Out &o) { return pipe_mgr_meter_read_entry_idx(1, 0, 5, kMtr, 1, &o.meter, false); });
-  row("read_entry_idx: index 9", BF_INDEX_OUT_OF_RANGE,
-      [](Out &o) { return pipe_mgr_meter_read_entry_idx(1, 0, kAll, kMtr, 9, &o.meter, false); });
-  row("read_entry: a null record", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_meter_read_entry(1, 0, 0, kMat, e1, nullptr); });
-  row("read_entry: a table without a direct meter", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_mgr_meter_read_entry(1, 0, 0, kIdle, i1, &o.meter); });
-  row("read_entry: an unknown entry", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_mgr_meter_read_entry(1, 0, 0, kMat, i1, &o.meter); });
-  row("set_bytecount_adjust: not a meter", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_mgr_meter_set_bytecount_adjust(1, 0, 0, kWred, 1); });
-  row("set_bytecount_adjust: pipe 4", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_meter_set_bytecount_adjust(1, 0, 4, kMtr, 1); });
-  row("get_bytecount_adjust: a null pointer", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_meter_get_bytecount_adjust(1, 0, 0, kMtr, nullptr); });
-  row("get_bytecount_adjust: not a meter", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_mgr_meter_get_bytecount_adjust(1, 0, 0, kMat, &o.i32); });
-  row("get_bytecount_adjust: pipe 4", BF_INVALID_ARG,
-      [](Out &o) { return pipe_mgr_meter_get_bytecount_adjust(1, 0, 4, kMtr, &o.i32); });
-  row("wred set: a null record", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_wred_ent_set(1, 0, 0, kWred, 0, nullptr, 0); });
-  row("wred set: a meter's handle", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_mgr_wred_ent_set(1, 0, 0, kMtr, 0, &g_wred, 0); });
-  row("wred set: pipe 4", BF_INVALID_ARG, [](Out &) { return pipe_mgr_wred_ent_set(1, 0, 4, kWred, 0, &g_wred, 0); });
-  row("wred set: index 4 of 4", BF_INDEX_OUT_OF_RANGE,
-      [](Out &) { return pipe_mgr_wred_ent_set(1, 0, 0, kWred, 4, &g_wred, 0); });
+  REFUSE(BF_INVALID_ARG, pipe_mgr_meter_ent_set(1, 0, 0, kMtr, 0, nullptr, 0));        // meter set: a null record
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_meter_ent_set(1, 0, 0, kCtr, 0, &g_meter, 0));  // meter set: a counter's handle
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_meter_ent_set(1, 0, 0, kDMtr, 0, &g_meter, 0));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_meter_ent_set(1, 0, 4, kMtr, 0, &g_meter, 0));         // meter set: pipe 4
+  REFUSE(BF_INDEX_OUT_OF_RANGE, pipe_mgr_meter_ent_set(1, 0, 0, kMtr, 8, &g_meter, 0));  // meter set: index 8
+  REFUSE(BF_INVALID_ARG, pipe_mgr_mat_ent_set_resource(1, 0, kMat, e1, nullptr, 1, 0));  // set_resource: a null array
+  REFUSE(BF_INVALID_ARG, pipe_mgr_mat_ent_set_resource(1, 0, kMat, e1, g_res, 0, 0));    // set_resource: count 0
+  REFUSE(BF_INVALID_ARG, pipe_mgr_mat_ent_set_resource(1, 0, kMat, e1, g_res, -1, 0));   // set_resource: count -1
+  REFUSE(BF_INVALID_ARG, pipe_mgr_mat_ent_set_resource(1, 0, kMat, e1, g_res, 5, 0));    // set_resource: count 5
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_mat_ent_set_resource(1, 0, kMat, i1, g_res, 1, 0));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_meter_read_entry_idx(1, 0, 0, kMtr, 1, nullptr, false));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_meter_read_entry_idx(1, 0, 0, kWred, 1, &o.meter, false));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_meter_read_entry_idx(1, 0, 5, kMtr, 1, &o.meter, false));  // read_entry_idx: pipe 5
+  REFUSE(BF_INDEX_OUT_OF_RANGE, pipe_mgr_meter_read_entry_idx(1, 0, kAll, kMtr, 9, &o.meter, false));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_meter_read_entry(1, 0, 0, kMat, e1, nullptr));  // read_entry: a null record
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_meter_read_entry(1, 0, 0, kIdle, i1, &o.meter));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_meter_read_entry(1, 0, 0, kMat, i1, &o.meter));  // read_entry: an unknown entry
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_meter_set_bytecount_adjust(1, 0, 0, kWred, 1));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_meter_set_bytecount_adjust(1, 0, 4, kMtr, 1));  // set_bytecount_adjust: pipe 4
+  REFUSE(BF_INVALID_ARG, pipe_mgr_meter_get_bytecount_adjust(1, 0, 0, kMtr, nullptr));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_meter_get_bytecount_adjust(1, 0, 0, kMat, &o.i32));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_meter_get_bytecount_adjust(1, 0, 4, kMtr, &o.i32));   // get_bytecount_adjust: pipe 4
+  REFUSE(BF_INVALID_ARG, pipe_mgr_wred_ent_set(1, 0, 0, kWred, 0, nullptr, 0));         // wred set: a null record
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_wred_ent_set(1, 0, 0, kMtr, 0, &g_wred, 0));     // wred set: a meter's handle
+  REFUSE(BF_INVALID_ARG, pipe_mgr_wred_ent_set(1, 0, 4, kWred, 0, &g_wred, 0));         // wred set: pipe 4
+  REFUSE(BF_INDEX_OUT_OF_RANGE, pipe_mgr_wred_ent_set(1, 0, 0, kWred, 4, &g_wred, 0));  // wred set: index 4 of 4
   // Registers.
-  row("get_sizes: a null pointer", BF_INVALID_ARG,
-      [](Out &) { return pipe_stful_query_get_sizes(1, 0, kReg, nullptr); });
-  row("get_sizes: undeclared", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_stful_query_get_sizes(1, 0, kCtr, &o.num); });
-  row("ent_query: a null query", BF_INVALID_ARG,
-      [](Out &) { return pipe_stful_ent_query(1, 0, 0, kReg, 0, nullptr, 0); });
+  REFUSE(BF_INVALID_ARG, pipe_stful_query_get_sizes(1, 0, kReg, nullptr));      // get_sizes: a null pointer
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_stful_query_get_sizes(1, 0, kCtr, &o.num));  // get_sizes: undeclared
+  REFUSE(BF_INVALID_ARG, pipe_stful_ent_query(1, 0, 0, kReg, 0, nullptr, 0));   // ent_query: a null query
   row("ent_query: null values", BF_INVALID_ARG, [](Out &o) {
     o.q[0].data = nullptr;
     const bf_status_t st = pipe_stful_ent_query(1, 0, 0, kReg, 0, &o.q[0], 0);
     o.q[0].data = &o.cells[0];
     return st;
   });
-  row("ent_query: undeclared", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_stful_ent_query(1, 0, 0, kDReg, 0, &o.q[0], 0); });
-  row("ent_query: instance 2 of 2", BF_INVALID_ARG,
-      [](Out &o) { return pipe_stful_ent_query(1, 0, 2, kReg, 0, &o.q[0], 0); });
-  row("ent_query: index 6 of 6", BF_INDEX_OUT_OF_RANGE,
-      [](Out &o) { return pipe_stful_ent_query(1, 0, 0, kReg, 6, &o.q[0], 0); });
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_stful_ent_query(1, 0, 0, kDReg, 0, &o.q[0], 0));   // ent_query: undeclared
+  REFUSE(BF_INVALID_ARG, pipe_stful_ent_query(1, 0, 2, kReg, 0, &o.q[0], 0));         // ent_query: instance 2 of 2
+  REFUSE(BF_INDEX_OUT_OF_RANGE, pipe_stful_ent_query(1, 0, 0, kReg, 6, &o.q[0], 0));  // ent_query: index 6 of 6
   row("ent_query: room for 1 value of 2", BF_NO_SPACE, [](Out &o) {
     o.q[0].pipe_count = 1;
     const bf_status_t st = pipe_stful_ent_query(1, 0, kAll, kReg, 0, &o.q[0], 0);
@@ -642,16 +593,11 @@ std::vector<Refusal> refusals() {
     o.q[0].pipe_count = 2;
     return st;
   });
-  row("query_range: a null count pointer", BF_INVALID_ARG,
-      [](Out &o) { return pipe_stful_ent_query_range(1, 0, 0, kReg, 0, 2, o.q, nullptr, 0); });
-  row("query_range: a null query array", BF_INVALID_ARG,
-      [](Out &o) { return pipe_stful_ent_query_range(1, 0, 0, kReg, 0, 2, nullptr, &o.w[0], 0); });
-  row("query_range: undeclared", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_stful_ent_query_range(1, 0, 0, kMtr, 0, 2, o.q, &o.w[0], 0); });
-  row("query_range: pipe 3", BF_INVALID_ARG,
-      [](Out &o) { return pipe_stful_ent_query_range(1, 0, 3, kReg, 0, 2, o.q, &o.w[0], 0); });
-  row("query_range: a first index past the last", BF_INDEX_OUT_OF_RANGE,
-      [](Out &o) { return pipe_stful_ent_query_range(1, 0, 0, kReg, 6, 1, o.q, &o.w[0], 0); });
+  REFUSE(BF_INVALID_ARG, pipe_stful_ent_query_range(1, 0, 0, kReg, 0, 2, o.q, nullptr, 0));
+  REFUSE(BF_INVALID_ARG, pipe_stful_ent_query_range(1, 0, 0, kReg, 0, 2, nullptr, &o.w[0], 0));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_stful_ent_query_range(1, 0, 0, kMtr, 0, 2, o.q, &o.w[0], 0));
+  REFUSE(BF_INVALID_ARG, pipe_stful_ent_query_range(1, 0, 3, kReg, 0, 2, o.q, &o.w[0], 0));  // query_range: pipe 3
+  REFUSE(BF_INDEX_OUT_OF_RANGE, pipe_stful_ent_query_range(1, 0, 0, kReg, 6, 1, o.q, &o.w[0], 0));
   row("query_range: null values in the second record", BF_INVALID_ARG, [](Out &o) {
     o.q[1].data = nullptr;
     const bf_status_t st = pipe_stful_ent_query_range(1, 0, 0, kReg, 0, 2, o.q, &o.w[0], 0);
@@ -664,77 +610,47 @@ std::vector<Refusal> refusals() {
     o.q[2].pipe_count = 2;
     return st;
   });
-  row("ent_set: a null record", BF_INVALID_ARG, [](Out &) { return pipe_stful_ent_set(1, 0, 0, kReg, 0, nullptr, 0); });
-  row("ent_set: undeclared", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_stful_ent_set(1, 0, 0, kMat, 0, &g_cell, 0); });
-  row("ent_set: instance 2", BF_INVALID_ARG, [](Out &) { return pipe_stful_ent_set(1, 0, 2, kReg, 0, &g_cell, 0); });
-  row("ent_set: index 6", BF_INDEX_OUT_OF_RANGE,
-      [](Out &) { return pipe_stful_ent_set(1, 0, 0, kReg, 6, &g_cell, 0); });
-  row("direct_ent_query: a null query", BF_INVALID_ARG,
-      [](Out &) { return pipe_stful_direct_ent_query(1, 0, kMat, e1, nullptr, 0); });
-  row("direct_ent_query: a table without a direct register", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_stful_direct_ent_query(1, 0, kIdle, i1, &o.q[0], 0); });
-  row("direct_ent_query: an unknown entry", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_stful_direct_ent_query(1, 0, kMat, 77, &o.q[0], 0); });
+  REFUSE(BF_INVALID_ARG, pipe_stful_ent_set(1, 0, 0, kReg, 0, nullptr, 0));         // ent_set: a null record
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_stful_ent_set(1, 0, 0, kMat, 0, &g_cell, 0));    // ent_set: undeclared
+  REFUSE(BF_INVALID_ARG, pipe_stful_ent_set(1, 0, 2, kReg, 0, &g_cell, 0));         // ent_set: instance 2
+  REFUSE(BF_INDEX_OUT_OF_RANGE, pipe_stful_ent_set(1, 0, 0, kReg, 6, &g_cell, 0));  // ent_set: index 6
+  REFUSE(BF_INVALID_ARG, pipe_stful_direct_ent_query(1, 0, kMat, e1, nullptr, 0));  // direct_ent_query: a null query
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_stful_direct_ent_query(1, 0, kIdle, i1, &o.q[0], 0));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_stful_direct_ent_query(1, 0, kMat, 77, &o.q[0], 0));
   row("direct_ent_query: room for 1 value of 2", BF_NO_SPACE, [](Out &o) {
     o.q[0].pipe_count = 1;
     const bf_status_t st = pipe_stful_direct_ent_query(1, 0, kMat, e1, &o.q[0], 0);
     o.q[0].pipe_count = 2;
     return st;
   });
-  row("stful database sync: undeclared", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_stful_database_sync(1, 0, kAll, kCtr, sync_cb, nullptr); });
-  row("stful database sync: instance 5", BF_INVALID_ARG,
-      [](Out &) { return pipe_stful_database_sync(1, 0, 5, kReg, sync_cb, nullptr); });
-  row("stful direct sync: a table without a direct register", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_stful_direct_database_sync(1, 0, kAll, kIdle, sync_cb, nullptr); });
-  row("stful direct sync: instance 2", BF_INVALID_ARG,
-      [](Out &) { return pipe_stful_direct_database_sync(1, 0, 2, kMat, sync_cb, nullptr); });
-  row("table_reset: undeclared", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_stful_table_reset(1, 0, kAll, kMtr, nullptr); });
-  row("table_reset: instance 3", BF_INVALID_ARG, [](Out &) { return pipe_stful_table_reset(1, 0, 3, kReg, &g_cell); });
-  row("reset_range: past the last index", BF_INDEX_OUT_OF_RANGE,
-      [](Out &) { return pipe_stful_table_reset_range(1, 0, kAll, kReg, 4, 3, &g_cell); });
-  row("reset_range: a count that wraps", BF_INDEX_OUT_OF_RANGE,
-      [](Out &) { return pipe_stful_table_reset_range(1, 0, kAll, kReg, 1, 0xFFFFFFFFu, nullptr); });
-  row("reset_range: undeclared", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_stful_table_reset_range(1, 0, kAll, kWred, 0, 1, nullptr); });
-  row("reset_range: instance 2", BF_INVALID_ARG,
-      [](Out &) { return pipe_stful_table_reset_range(1, 0, 2, kReg, 0, 1, nullptr); });
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_stful_database_sync(1, 0, kAll, kCtr, sync_cb, nullptr));
+  REFUSE(BF_INVALID_ARG, pipe_stful_database_sync(1, 0, 5, kReg, sync_cb, nullptr));  // stful database sync: instance 5
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_stful_direct_database_sync(1, 0, kAll, kIdle, sync_cb, nullptr));
+  REFUSE(BF_INVALID_ARG, pipe_stful_direct_database_sync(1, 0, 2, kMat, sync_cb, nullptr));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_stful_table_reset(1, 0, kAll, kMtr, nullptr));  // table_reset: undeclared
+  REFUSE(BF_INVALID_ARG, pipe_stful_table_reset(1, 0, 3, kReg, &g_cell));          // table_reset: instance 3
+  REFUSE(BF_INDEX_OUT_OF_RANGE, pipe_stful_table_reset_range(1, 0, kAll, kReg, 4, 3, &g_cell));
+  REFUSE(BF_INDEX_OUT_OF_RANGE, pipe_stful_table_reset_range(1, 0, kAll, kReg, 1, 0xFFFFFFFFu, nullptr));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_stful_table_reset_range(1, 0, kAll, kWred, 0, 1, nullptr));
+  REFUSE(BF_INVALID_ARG, pipe_stful_table_reset_range(1, 0, 2, kReg, 0, 1, nullptr));  // reset_range: instance 2
   // Idle time.
-  row("set_params: a table without idle time", BF_NOT_SUPPORTED,
-      [](Out &) { return pipe_mgr_idle_set_params(1, 0, kMat, params(1)); });
-  row("set_params: mode 2", BF_INVALID_ARG, [](Out &) { return pipe_mgr_idle_set_params(1, 0, kIdle, params(2)); });
-  row("get_params: a null record", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_idle_get_params(1, 0, kIdle, nullptr); });
-  row("get_params: a table without idle time", BF_NOT_SUPPORTED,
-      [](Out &o) { return pipe_mgr_idle_get_params(1, 0, kMat, &o.params); });
-  row("set_enable: a table without idle time", BF_NOT_SUPPORTED,
-      [](Out &) { return pipe_mgr_idle_tmo_set_enable(1, 0, kMat, false); });
-  row("register_tmo_cb: a table without idle time", BF_NOT_SUPPORTED,
-      [](Out &) { return pipe_mgr_idle_register_tmo_cb(1, 0, kMat, expiry_cb2, nullptr); });
-  row("set_idle_ttl: a table without idle time", BF_NOT_SUPPORTED,
-      [](Out &) { return pipe_mgr_mat_ent_set_idle_ttl(1, 0, kMat, e1, 5, 0, false); });
-  row("set_idle_ttl: an entry of another table", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_mgr_mat_ent_set_idle_ttl(1, 0, kIdle, e1, 5, 0, true); });
-  row("get_idle_ttl: a null pointer", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_mat_ent_get_idle_ttl(1, 0, kIdle, i1, nullptr); });
-  row("get_idle_ttl: a table without idle time", BF_NOT_SUPPORTED,
-      [](Out &o) { return pipe_mgr_mat_ent_get_idle_ttl(1, 0, kMat, e1, &o.w[0]); });
-  row("get_idle_ttl: another device", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_mgr_mat_ent_get_idle_ttl(1, 2, kIdle, i1, &o.w[0]); });
-  row("reset_idle_ttl: a table without idle time", BF_NOT_SUPPORTED,
-      [](Out &) { return pipe_mgr_mat_ent_reset_idle_ttl(1, 0, kMat, e1); });
-  row("reset_idle_ttl: an unknown entry", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_mgr_mat_ent_reset_idle_ttl(1, 0, kIdle, 50); });
-  row("update_hit_state: a table without idle time", BF_NOT_SUPPORTED,
-      [](Out &) { return pipe_mgr_idle_time_update_hit_state(1, 0, kMat, done_cb, nullptr); });
-  row("get_hit_state: a null pointer", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_idle_time_get_hit_state(1, 0, kIdle, i1, nullptr); });
-  row("get_hit_state: a table without idle time", BF_NOT_SUPPORTED,
-      [](Out &o) { return pipe_mgr_idle_time_get_hit_state(1, 0, kMat, e1, &o.w[0]); });
-  row("get_hit_state: an unknown entry", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_mgr_idle_time_get_hit_state(1, 0, kIdle, e2, &o.w[0]); });
+  REFUSE(BF_NOT_SUPPORTED, pipe_mgr_idle_set_params(1, 0, kMat, params(1)));  // set_params: a table without idle time
+  REFUSE(BF_INVALID_ARG, pipe_mgr_idle_set_params(1, 0, kIdle, params(2)));   // set_params: mode 2
+  REFUSE(BF_INVALID_ARG, pipe_mgr_idle_get_params(1, 0, kIdle, nullptr));     // get_params: a null record
+  REFUSE(BF_NOT_SUPPORTED, pipe_mgr_idle_get_params(1, 0, kMat, &o.params));  // get_params: a table without idle time
+  REFUSE(BF_NOT_SUPPORTED, pipe_mgr_idle_tmo_set_enable(1, 0, kMat, false));  // set_enable: a table without idle time
+  REFUSE(BF_NOT_SUPPORTED, pipe_mgr_idle_register_tmo_cb(1, 0, kMat, expiry_cb2, nullptr));
+  REFUSE(BF_NOT_SUPPORTED, pipe_mgr_mat_ent_set_idle_ttl(1, 0, kMat, e1, 5, 0, false));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_mat_ent_set_idle_ttl(1, 0, kIdle, e1, 5, 0, true));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_mat_ent_get_idle_ttl(1, 0, kIdle, i1, nullptr));  // get_idle_ttl: a null pointer
+  REFUSE(BF_NOT_SUPPORTED, pipe_mgr_mat_ent_get_idle_ttl(1, 0, kMat, e1, &o.w[0]));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_mat_ent_get_idle_ttl(1, 2, kIdle, i1, &o.w[0]));  // get_idle_ttl: another device
+  REFUSE(BF_NOT_SUPPORTED, pipe_mgr_mat_ent_reset_idle_ttl(1, 0, kMat, e1));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_mat_ent_reset_idle_ttl(1, 0, kIdle, 50));  // reset_idle_ttl: an unknown entry
+  REFUSE(BF_NOT_SUPPORTED, pipe_mgr_idle_time_update_hit_state(1, 0, kMat, done_cb, nullptr));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_idle_time_get_hit_state(1, 0, kIdle, i1, nullptr));  // get_hit_state: a null pointer
+  REFUSE(BF_NOT_SUPPORTED, pipe_mgr_idle_time_get_hit_state(1, 0, kMat, e1, &o.w[0]));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_idle_time_get_hit_state(1, 0, kIdle, e2, &o.w[0]));
   return v;
 }
 
@@ -769,8 +685,8 @@ std::vector<Op> entry_ops() {
       {[plain](Out &o) { return add(*plain, &o.w[0], kIdle, 0, 40); }, "pipe_mgr_mat_ent_add"},
       {[metered](Out &) { return pipe_mgr_mat_ent_set_action(1, 0, kMat, e2, kAct, &metered->action, 0); },
        "pipe_mgr_mat_ent_set_action"},
-      {[](Out &) { return pipe_mgr_mat_ent_del(1, 0, kMat, e1, 0); }, "pipe_mgr_mat_ent_del"},
-      {[](Out &) { return pipe_mgr_mat_ent_del(1, 0, kIdle, i1, 0); }, "pipe_mgr_mat_ent_del"},
+      {CALL(pipe_mgr_mat_ent_del(1, 0, kMat, e1, 0)), "pipe_mgr_mat_ent_del"},
+      {CALL(pipe_mgr_mat_ent_del(1, 0, kIdle, i1, 0)), "pipe_mgr_mat_ent_del"},
   };
 }
 
@@ -1117,8 +1033,9 @@ TEST_F(CellTest, ARangeReadGoesByIndexThenInstanceAndStopsAtTheLastIndex) {
 TEST_F(CellTest, ResetsWriteTheValueGivenOrTheResetValue) {
   pipe_stful_mem_spec_t v = cell({0xCC, 0xCC});
   ASSERT_EQ(pipe_stful_table_reset(1, 0, BF_DEV_PIPE_ALL, kReg, &v), BF_SUCCESS);
-  for (uint32_t i = 0; i < 6; ++i) EXPECT_EQ(reg_query(BF_DEV_PIPE_ALL, i, PIPE_FLAG_SYNC_REQ),
-                                             "2: cccc0000000000000000000000000000 cccc0000000000000000000000000000");
+  for (uint32_t i = 0; i < 6; ++i)
+    EXPECT_EQ(reg_query(BF_DEV_PIPE_ALL, i, PIPE_FLAG_SYNC_REQ),
+              "2: cccc0000000000000000000000000000 cccc0000000000000000000000000000");
   ASSERT_EQ(pipe_stful_table_reset_range(1, 0, 1, kReg, 2, 3, nullptr), BF_SUCCESS);
   EXPECT_EQ(reg_query(1, 1), "1: cccc0000000000000000000000000000");
   EXPECT_EQ(reg_query(1, 2), cat("1: ", kReset));

@@ -90,10 +90,19 @@ using Call = std::function<bf_status_t(Out &)>;
 // (so a field of no use to the function must be 0), numbers from 0xffff up in hex.
 std::string fields(const drvm_call_t &c, const Out &o) {
   std::string s = c.fn;
-  const std::pair<const char *, uint32_t> f[] = {
-      {"st", uint32_t(c.status)}, {"sess", c.sess_hdl}, {"dev", c.dev_tgt.device_id}, {"pipe", c.dev_tgt.dev_pipe_id},
-      {"tbl", c.tbl_hdl},  {"act", c.act_fn_hdl}, {"ttl", c.ttl},        {"flags", c.flags}, {"ent", c.ent_hdl},
-      {"a0", c.arg_u32[0]}, {"a1", c.arg_u32[1]}, {"a2", c.arg_u32[2]}, {"a3", c.arg_u32[3]}};
+  const std::pair<const char *, uint32_t> f[] = {{"st", uint32_t(c.status)},
+                                                 {"sess", c.sess_hdl},
+                                                 {"dev", c.dev_tgt.device_id},
+                                                 {"pipe", c.dev_tgt.dev_pipe_id},
+                                                 {"tbl", c.tbl_hdl},
+                                                 {"act", c.act_fn_hdl},
+                                                 {"ttl", c.ttl},
+                                                 {"flags", c.flags},
+                                                 {"ent", c.ent_hdl},
+                                                 {"a0", c.arg_u32[0]},
+                                                 {"a1", c.arg_u32[1]},
+                                                 {"a2", c.arg_u32[2]},
+                                                 {"a3", c.arg_u32[3]}};
   char buf[16];
   for (auto [name, v] : f)
     if (v) s += std::string(" ") + name + "=" + (std::snprintf(buf, sizeof buf, v < 0xFFFF ? "%u" : "0x%x", v), buf);
@@ -124,64 +133,44 @@ std::vector<Op> ops() {
   // The keys sent, made once: a call allocates nothing of its own (see MatAllocationFailureTest).
   static const Request k20(key(20), kMask4), k2(key(2), kMask4, 2, 5), k3(key(3), kMask4, 3, 5);
   return {
-      {kMat | kHdlOut,
-       [](Out &o) {
-         return pipe_mgr_mat_ent_add(9, tgt(0, 1), kTbl, match_of(k20), kAct, bare(), 30, 4, &o.w[0]);
-       },
+      {kMat | kHdlOut, CALL(pipe_mgr_mat_ent_add(9, tgt(0, 1), kTbl, match_of(k20), kAct, bare(), 30, 4, &o.w[0])),
        "pipe_mgr_mat_ent_add sess=9 pipe=1 tbl=0x100002c act=0x2000006e ttl=30 flags=4 ent=7 match action ptr=w0"},
-      {kMat, [](Out &) { return pipe_mgr_mat_ent_set_action(7, 0, kTbl, 1, kAct + 1, bare(), 3); },
+      {kMat, CALL(pipe_mgr_mat_ent_set_action(7, 0, kTbl, 1, kAct + 1, bare(), 3)),
        "pipe_mgr_mat_ent_set_action sess=7 pipe=0xffff tbl=0x100002c act=0x2000006f flags=3 ent=1 action"},
-      {kMat,
-       [](Out &) {
-         return pipe_mgr_mat_ent_set_action_by_match_spec(8, tgt(0, 2), kTbl, match_of(k2), kAct + 2, bare(), 1);
-       },
+      {kMat, CALL(pipe_mgr_mat_ent_set_action_by_match_spec(8, tgt(0, 2), kTbl, match_of(k2), kAct + 2, bare(), 1)),
        "pipe_mgr_mat_ent_set_action_by_match_spec sess=8 pipe=2 tbl=0x100002c act=0x20000070 flags=1 ent=2 "
        "match action"},
-      {kMat, [](Out &) { return pipe_mgr_mat_ent_del(9, 0, kTbl, 3, 1); },
+      {kMat, CALL(pipe_mgr_mat_ent_del(9, 0, kTbl, 3, 1)),
        "pipe_mgr_mat_ent_del sess=9 pipe=0xffff tbl=0x100002c act=0x2000006e flags=1 ent=3"},
-      {kMat,
-       [](Out &) {
-         return pipe_mgr_mat_ent_del_by_match_spec(9, tgt(0, 3), kTbl, match_of(k2), 2);
-       },
+      {kMat, CALL(pipe_mgr_mat_ent_del_by_match_spec(9, tgt(0, 3), kTbl, match_of(k2), 2)),
        "pipe_mgr_mat_ent_del_by_match_spec sess=9 pipe=3 tbl=0x100002c act=0x2000006e flags=2 ent=2 match"},
-      {kMat | kHdlOut,
-       [](Out &o) { return pipe_mgr_mat_default_entry_set(3, tgt(0, 2), kTbl, kDefAct + 1, bare(), 8, o.w); },
+      {kMat | kHdlOut, CALL(pipe_mgr_mat_default_entry_set(3, tgt(0, 2), kTbl, kDefAct + 1, bare(), 8, o.w)),
        "pipe_mgr_mat_default_entry_set sess=3 pipe=2 tbl=0x100002c act=0x20000073 flags=8 ent=4 action ptr=w0"},
-      {kMat, [](Out &) { return pipe_mgr_mat_tbl_default_entry_reset(3, tgt(), kTbl, 2); },
+      {kMat, CALL(pipe_mgr_mat_tbl_default_entry_reset(3, tgt(), kTbl, 2)),
        "pipe_mgr_mat_tbl_default_entry_reset sess=3 pipe=0xffff tbl=0x100002c flags=2 ent=4"},
-      {kMat | kHdlOut, [](Out &o) { return pipe_mgr_table_get_default_entry_handle(3, tgt(), kTbl + 1, o.w); },
+      {kMat | kHdlOut, CALL(pipe_mgr_table_get_default_entry_handle(3, tgt(), kTbl + 1, o.w)),
        "pipe_mgr_table_get_default_entry_handle sess=3 pipe=0xffff tbl=0x100002d ent=7 ptr=w0"},
-      {kMat,
-       [](Out &o) {
-         return pipe_mgr_table_get_default_entry(3, tgt(), kTbl, &o.rb.action, &o.rb.act, true, 5, &g_data);
-       },
+      {kMat, CALL(pipe_mgr_table_get_default_entry(3, tgt(), kTbl, &o.rb.action, &o.rb.act, true, 5, &g_data)),
        "pipe_mgr_table_get_default_entry sess=3 pipe=0xffff tbl=0x100002c act=0x20000072 a0=1 a1=5 action ptr=data"},
-      {kMat,
-       [](Out &o) {
-         return pipe_mgr_get_entry(5, kTbl, tgt(0, 3), 2, &o.rb.match, &o.rb.action, &o.rb.act, true, 6, &g_data);
-       },
+      {kMat, CALL(pipe_mgr_get_entry(5, kTbl, tgt(0, 3), 2, &o.rb.match, &o.rb.action, &o.rb.act, true, 6, &g_data)),
        "pipe_mgr_get_entry sess=5 pipe=3 tbl=0x100002c act=0x2000006e ent=2 a0=1 a1=6 match action ptr=data"},
-      {kMat | kHdlOut,
-       [](Out &o) {
-         return pipe_mgr_match_spec_to_ent_hdl(5, tgt(), kTbl, match_of(k3), o.w, 1);
-       },
+      {kMat | kHdlOut, CALL(pipe_mgr_match_spec_to_ent_hdl(5, tgt(), kTbl, match_of(k3), o.w, 1)),
        "pipe_mgr_match_spec_to_ent_hdl sess=5 pipe=0xffff tbl=0x100002c ent=3 a0=1 match ptr=w0"},
-      {kMat | kHdlOut, [](Out &o) { return pipe_mgr_get_first_entry_handle(5, kTbl, tgt(), o.w); },
+      {kMat | kHdlOut, CALL(pipe_mgr_get_first_entry_handle(5, kTbl, tgt(), o.w)),
        "pipe_mgr_get_first_entry_handle sess=5 pipe=0xffff tbl=0x100002c ent=1 ptr=w0"},
-      {kMat, [](Out &o) { return pipe_mgr_get_next_entry_handles(5, kTbl, tgt(), 1, 4, o.w); },
+      {kMat, CALL(pipe_mgr_get_next_entry_handles(5, kTbl, tgt(), 1, 4, o.w)),
        "pipe_mgr_get_next_entry_handles sess=5 pipe=0xffff tbl=0x100002c ent=1 a0=4 a1=2 ptr=w0"},
-      {kMat, [](Out &o) { return pipe_mgr_get_entry_count(5, tgt(), kTbl, true, o.w); },
+      {kMat, CALL(pipe_mgr_get_entry_count(5, tgt(), kTbl, true, o.w)),
        "pipe_mgr_get_entry_count sess=5 pipe=0xffff tbl=0x100002c a0=1 a1=3 ptr=w0"},
-      {kMat, [](Out &) { return pipe_mgr_tbl_set_property(6, 1, kTbl, 11, 12, 13, 4); },
+      {kMat, CALL(pipe_mgr_tbl_set_property(6, 1, kTbl, 11, 12, 13, 4)),
        "pipe_mgr_tbl_set_property sess=6 dev=1 pipe=0xffff tbl=0x100002c flags=4 a0=11 a1=12 a2=13"},
-      {kMat, [](Out &o) { return pipe_mgr_tbl_get_property(6, 0, kTbl, 2, &o.w[0], &o.w[1]); },
+      {kMat, CALL(pipe_mgr_tbl_get_property(6, 0, kTbl, 2, &o.w[0], &o.w[1])),
        "pipe_mgr_tbl_get_property sess=6 pipe=0xffff tbl=0x100002c a0=2 a1=1 a2=7 ptr=w0"},
-      {kMat, [](Out &) { return pipe_register_mat_update_cb(6, 2, kTbl, count_update, &g_cookie); },
+      {kMat, CALL(pipe_register_mat_update_cb(6, 2, kTbl, count_update, &g_cookie)),
        "pipe_register_mat_update_cb sess=6 dev=2 pipe=0xffff tbl=0x100002c " + cb_words + "ptr=cookie"},
-      {0, [](Out &o) { return bf_drv_register("d", o.w); }, "bf_drv_register a0=2 text=d ptr=w0"},
-      {0, [](Out &) { return bf_drv_deregister(1); }, "bf_drv_deregister a0=1"},
-      {0, [](Out &) { return bf_drv_client_register_callbacks(1, &g_cbs, 5); },
-       "bf_drv_client_register_callbacks a0=1 a1=5 ptr=cbs"},
+      {0, CALL(bf_drv_register("d", o.w)), "bf_drv_register a0=2 text=d ptr=w0"},
+      {0, CALL(bf_drv_deregister(1)), "bf_drv_deregister a0=1"},
+      {0, CALL(bf_drv_client_register_callbacks(1, &g_cbs, 5)), "bf_drv_client_register_callbacks a0=1 a1=5 ptr=cbs"},
   };
 }
 
@@ -189,19 +178,19 @@ TEST_F(RecordingTest, EachCallIsRecordedWithItsArgumentsAndResults) {
   std::vector<std::pair<Call, std::string>> rows;
   for (const Op &op : ops()) rows.emplace_back(op.call, op.record);
   // Refused calls, and what is 0 when nothing was found or written.
-  rows.insert(rows.end(), {
-      {[](Out &o) { return add({key(1), kMask4, 1, 5}, o.w); },
-       "pipe_mgr_mat_ent_add st=4 sess=5 pipe=0xffff tbl=0x100002c act=0x2000006e match action ptr=w0"},
-      {[](Out &) { return pipe_mgr_mat_ent_del(9, 1, kTbl, 3, 0); },
-       "pipe_mgr_mat_ent_del st=6 sess=9 dev=1 pipe=0xffff tbl=0x100002c ent=3"},
-      {[](Out &) {
-         drvm_set_initial_default(0, kTbl, kAct + 9, bare());
-         return pipe_mgr_mat_tbl_default_entry_reset(3, tgt(), kTbl, 0);
-       },
-       "pipe_mgr_mat_tbl_default_entry_reset sess=3 pipe=0xffff tbl=0x100002c act=0x20000077 ent=4"},
-      {[](Out &o) { return pipe_mgr_get_next_entry_handles(5, kTbl, tgt(), 3, 4, o.w); },
-       "pipe_mgr_get_next_entry_handles st=10 sess=5 pipe=0xffff tbl=0x100002c ent=3 a0=4 ptr=w0"},
-      {[](Out &o) { return bf_drv_register(nullptr, o.w); }, "bf_drv_register st=3 ptr=w0"}});
+  rows.insert(rows.end(),
+              {{CALL(add({key(1), kMask4, 1, 5}, o.w)),
+                "pipe_mgr_mat_ent_add st=4 sess=5 pipe=0xffff tbl=0x100002c act=0x2000006e match action ptr=w0"},
+               {CALL(pipe_mgr_mat_ent_del(9, 1, kTbl, 3, 0)),
+                "pipe_mgr_mat_ent_del st=6 sess=9 dev=1 pipe=0xffff tbl=0x100002c ent=3"},
+               {[](Out &) {
+                  drvm_set_initial_default(0, kTbl, kAct + 9, bare());
+                  return pipe_mgr_mat_tbl_default_entry_reset(3, tgt(), kTbl, 0);
+                },
+                "pipe_mgr_mat_tbl_default_entry_reset sess=3 pipe=0xffff tbl=0x100002c act=0x20000077 ent=4"},
+               {CALL(pipe_mgr_get_next_entry_handles(5, kTbl, tgt(), 3, 4, o.w)),
+                "pipe_mgr_get_next_entry_handles st=10 sess=5 pipe=0xffff tbl=0x100002c ent=3 a0=4 ptr=w0"},
+               {CALL(bf_drv_register(nullptr, o.w)), "bf_drv_register st=3 ptr=w0"}});
   for (const auto &[call, want] : rows) {
     SCOPED_TRACE(want);
     Restart();
@@ -265,15 +254,25 @@ std::vector<Refusal> refusals() {
   };
   // A queued fault of each driver function; it is used up by that call.
   for (const Op &op : ops())
-    row(op.fn() + ": a queued fault", BF_INJECTED_FAULT, [op](Out &o) {
-      drvm_fail_next(op.fn().c_str(), BF_INJECTED_FAULT);
-      return op.call(o);
-    }, true, op.call);
+    row(
+        op.fn() + ": a queued fault", BF_INJECTED_FAULT,
+        [op](Out &o) {
+          drvm_fail_next(op.fn().c_str(), BF_INJECTED_FAULT);
+          return op.call(o);
+        },
+        true, op.call);
   // By handle: each handle that names no entry of the table on the device.
-  struct Hdl { const char *what; uint32_t hdl, tbl; bf_dev_id_t dev; };
-  const Hdl handles[] = {{"handle 0", 0, kTbl, 0},         {"a handle never issued", 99, kTbl, 0},
-                         {"a deleted handle", 6, kTbl, 0},  {"another table's entry", 5, kTbl, 0},
-                         {"another device", 1, kTbl, 1},    {"the default entry's handle", 4, kTbl, 0},
+  struct Hdl {
+    const char *what;
+    uint32_t hdl, tbl;
+    bf_dev_id_t dev;
+  };
+  const Hdl handles[] = {{"handle 0", 0, kTbl, 0},
+                         {"a handle never issued", 99, kTbl, 0},
+                         {"a deleted handle", 6, kTbl, 0},
+                         {"another table's entry", 5, kTbl, 0},
+                         {"another device", 1, kTbl, 1},
+                         {"the default entry's handle", 4, kTbl, 0},
                          {"another table's default handle", 4, kTbl + 1, 0}};
   const std::pair<std::string, std::function<bf_status_t(const Hdl &, Out &)>> by_handle[] = {
       {"set_action", [](auto &h, auto &) { return set_action(h.hdl, bare(), kAct, h.tbl, h.dev); }},
@@ -327,23 +326,25 @@ std::vector<Refusal> refusals() {
           k.edit(r);
           return call(r, k, o);
         });
-  row("add: a null match record", BF_INVALID_ARG,
-      [](Out &o) { return pipe_mgr_mat_ent_add(1, tgt(), kTbl, nullptr, kAct, bare(), 0, 0, &o.w[0]); });
-  row("add: a null handle pointer", BF_INVALID_ARG, [](Out &) { return add({key(20), kMask4}, nullptr); });
-  row("set_action_by_match_spec: a null match record", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_mat_ent_set_action_by_match_spec(1, tgt(), kTbl, nullptr, 1, bare(), 0); });
-  row("del_by_match_spec: a null match record", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_mat_ent_del_by_match_spec(1, tgt(), kTbl, nullptr, 0); });
-  row("match_spec_to_ent_hdl: a null match record", BF_INVALID_ARG,
-      [](Out &o) { return pipe_mgr_match_spec_to_ent_hdl(1, tgt(), kTbl, nullptr, &o.w[0], false); });
-  row("match_spec_to_ent_hdl: a null handle pointer", BF_INVALID_ARG,
-      [](Out &) { return find_key({key(1), kMask4, 1, 5}, nullptr); });
+  REFUSE(BF_INVALID_ARG, pipe_mgr_mat_ent_add(1, tgt(), kTbl, nullptr, kAct, bare(), 0, 0, &o.w[0]));
+  REFUSE(BF_INVALID_ARG, add({key(20), kMask4}, nullptr));  // add: a null handle pointer
+  REFUSE(BF_INVALID_ARG, pipe_mgr_mat_ent_set_action_by_match_spec(1, tgt(), kTbl, nullptr, 1, bare(), 0));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_mat_ent_del_by_match_spec(1, tgt(), kTbl, nullptr, 0));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_match_spec_to_ent_hdl(1, tgt(), kTbl, nullptr, &o.w[0], false));
+  REFUSE(BF_INVALID_ARG, find_key({key(1), kMask4, 1, 5}, nullptr));  // match_spec_to_ent_hdl: a null handle pointer
 
   // Action records the model cannot store, sent with entry 1's key or handle (checked after them).
   const std::pair<std::string, std::function<pipe_action_spec_t *(Request &)>> actions[] = {
       {"a null action record", [](Request &) -> pipe_action_spec_t * { return nullptr; }},
-      {"resource_count over 4", [](Request &r) { r.action.resource_count = 5; return &r.action; }},
-      {"a null action image", [](Request &r) { r.action.act_data.action_data_bytes = nullptr; return &r.action; }}};
+      {"resource_count over 4",
+       [](Request &r) {
+         r.action.resource_count = 5;
+         return &r.action;
+       }},
+      {"a null action image", [](Request &r) {
+         r.action.act_data.action_data_bytes = nullptr;
+         return &r.action;
+       }}};
   const std::pair<std::string, std::function<bf_status_t(const Request &, pipe_action_spec_t *, Out &)>> takers[] = {
       {"add", [](auto &r, auto a, auto &o) { return pipe_mgr_mat_ent_add(1, tgt(), kTbl, &r.match, 1, a, 0, 0, o.w); }},
       {"set_action", [](auto &, auto a, auto &) { return set_action(1, a, kAct + 1); }},
@@ -354,75 +355,70 @@ std::vector<Refusal> refusals() {
       {"drvm_set_initial_default", [](auto &, auto a, auto &) { return drvm_set_initial_default(0, kTbl, 1, a); }}};
   for (const auto &t : takers)
     for (const auto &a : actions)
-      row(t.first + ": " + a.first, BF_INVALID_ARG, [call = t.second, edit = a.second](Out &o) {
-        Request r(key(1), kMask4, 1, 5);
-        return call(r, edit(r), o);
-      }, t.first != "drvm_set_initial_default");
+      row(
+          t.first + ": " + a.first, BF_INVALID_ARG,
+          [call = t.second, edit = a.second](Out &o) {
+            Request r(key(1), kMask4, 1, 5);
+            return call(r, edit(r), o);
+          },
+          t.first != "drvm_set_initial_default");
 
   // Reading back into the caller's records and buffers.
-  const std::pair<std::string, Call> readers[] = {{"get_entry", [](Out &o) { return o.rb.get(1); }},
-                                                  {"get_default_entry", [](Out &o) { return o.rb.get_default(); }},
-                                                  {"get_entry of the default", [](Out &o) { return o.rb.get(4); }}};
+  const std::pair<std::string, Call> readers[] = {{"get_entry", CALL(o.rb.get(1))},
+                                                  {"get_default_entry", CALL(o.rb.get_default())},
+                                                  {"get_entry of the default", CALL(o.rb.get(4))}};
   for (const auto &r : readers) {
-    row(r.first + ": a buffer too small", BF_NO_SPACE,
-        [read = r.second](Out &o) { o.rb.action.act_data.num_action_data_bytes = 0; return read(o); });
-    row(r.first + ": a null image buffer", BF_NO_SPACE,
-        [read = r.second](Out &o) { o.rb.action.act_data.action_data_bytes = nullptr; return read(o); });
+    row(r.first + ": a buffer too small", BF_NO_SPACE, [read = r.second](Out &o) {
+      o.rb.action.act_data.num_action_data_bytes = 0;
+      return read(o);
+    });
+    row(r.first + ": a null image buffer", BF_NO_SPACE, [read = r.second](Out &o) {
+      o.rb.action.act_data.action_data_bytes = nullptr;
+      return read(o);
+    });
   }
   row("get_entry: other sizes (checked before the buffer)", BF_INVALID_ARG, [](Out &o) {
     o.rb.match.num_match_bytes = 3;
     o.rb.action.act_data.num_action_data_bytes = 0;
     return o.rb.get(1);
   });
-  row("get_entry: a null value buffer", BF_INVALID_ARG,
-      [](Out &o) { o.rb.match.match_value_bytes = nullptr; return o.rb.get(1); });
-  row("get_entry: a null match record", BF_INVALID_ARG,
-      [](Out &o) { return pipe_mgr_get_entry(1, kTbl, tgt(), 1, nullptr, &o.rb.action, &o.rb.act, 0, 0, nullptr); });
-  row("get_entry: a null action record", BF_INVALID_ARG,
-      [](Out &o) { return pipe_mgr_get_entry(1, kTbl, tgt(), 1, &o.rb.match, nullptr, &o.rb.act, 0, 0, nullptr); });
-  row("get_entry: a null action handle pointer, unknown handle", BF_INVALID_ARG,
-      [](Out &o) { return pipe_mgr_get_entry(1, kTbl, tgt(), 99, &o.rb.match, &o.rb.action, nullptr, 0, 0, nullptr); });
-  row("get_default_entry: unset", BF_OBJECT_NOT_FOUND, [](Out &o) { return o.rb.get_default(kTbl + 1); });
-  row("get_default_entry: a null action record", BF_INVALID_ARG,
-      [](Out &o) { return pipe_mgr_table_get_default_entry(1, tgt(), kTbl, nullptr, &o.rb.act, 0, 0, nullptr); });
-  row("get_default_entry: a null action handle pointer", BF_INVALID_ARG,
-      [](Out &o) { return pipe_mgr_table_get_default_entry(1, tgt(), kTbl, &o.rb.action, nullptr, 0, 0, nullptr); });
+  row("get_entry: a null value buffer", BF_INVALID_ARG, [](Out &o) {
+    o.rb.match.match_value_bytes = nullptr;
+    return o.rb.get(1);
+  });
+  REFUSE(BF_INVALID_ARG, pipe_mgr_get_entry(1, kTbl, tgt(), 1, nullptr, &o.rb.action, &o.rb.act, 0, 0, nullptr));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_get_entry(1, kTbl, tgt(), 1, &o.rb.match, nullptr, &o.rb.act, 0, 0, nullptr));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_get_entry(1, kTbl, tgt(), 99, &o.rb.match, &o.rb.action, nullptr, 0, 0, nullptr));
+  REFUSE(BF_OBJECT_NOT_FOUND, o.rb.get_default(kTbl + 1));  // get_default_entry: unset
+  REFUSE(BF_INVALID_ARG, pipe_mgr_table_get_default_entry(1, tgt(), kTbl, nullptr, &o.rb.act, 0, 0, nullptr));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_table_get_default_entry(1, tgt(), kTbl, &o.rb.action, nullptr, 0, 0, nullptr));
 
   // Default entries, walks, counts, properties, clients.
-  row("default_entry_set: a null handle pointer", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_mat_default_entry_set(1, tgt(), kTbl, kDefAct, bare(), 0, nullptr); });
-  row("get_default_entry_handle: a null pointer", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_table_get_default_entry_handle(1, tgt(), kTbl + 1, nullptr); });
-  row("get_first_entry_handle: a null pointer", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_get_first_entry_handle(1, kTbl, tgt(), nullptr); });
-  row("get_first_entry_handle: a table never added to", BF_END_OF_WALK,
-      [](Out &o) { return pipe_mgr_get_first_entry_handle(1, kTbl + 2, tgt(), &o.w[0]); });
+  REFUSE(BF_INVALID_ARG, pipe_mgr_mat_default_entry_set(1, tgt(), kTbl, kDefAct, bare(), 0, nullptr));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_table_get_default_entry_handle(1, tgt(), kTbl + 1, nullptr));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_get_first_entry_handle(1, kTbl, tgt(), nullptr));
+  REFUSE(BF_END_OF_WALK, pipe_mgr_get_first_entry_handle(1, kTbl + 2, tgt(), &o.w[0]));
   for (int n : {0, -1})
     row("get_next_entry_handles: n " + std::to_string(n), BF_INVALID_ARG,
         [n](Out &o) { return pipe_mgr_get_next_entry_handles(1, kTbl, tgt(), 1, n, o.w); });
-  row("get_next_entry_handles: a null array", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_get_next_entry_handles(1, kTbl, tgt(), 1, 4, nullptr); });
-  row("get_entry_count: a null pointer", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_get_entry_count(1, tgt(), kTbl, false, nullptr); });
+  REFUSE(BF_INVALID_ARG, pipe_mgr_get_next_entry_handles(1, kTbl, tgt(), 1, 4, nullptr));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_get_entry_count(1, tgt(), kTbl, false, nullptr));  // get_entry_count: a null pointer
   for (Hdl p : {Hdl{"another code", 3, kTbl, 0}, {"another table", 2, kTbl + 1, 0}, {"another device", 2, kTbl, 1}})
     row(std::string("get_property: ") + p.what, BF_OBJECT_NOT_FOUND,
         [p](Out &o) { return pipe_mgr_tbl_get_property(1, p.dev, p.tbl, p.hdl, &o.w[0], &o.w[1]); });
-  row("get_property: a null value pointer", BF_INVALID_ARG,
-      [](Out &o) { return pipe_mgr_tbl_get_property(1, 0, kTbl, 2, nullptr, &o.w[1]); });
-  row("register: a name registered", BF_ALREADY_EXISTS, [](Out &o) { return bf_drv_register("c", &o.w[0]); });
-  row("register: a null name", BF_INVALID_ARG, [](Out &o) { return bf_drv_register(nullptr, &o.w[0]); });
-  row("register: a null handle pointer", BF_INVALID_ARG, [](Out &) { return bf_drv_register("d", nullptr); });
-  row("deregister: an unknown client", BF_OBJECT_NOT_FOUND, [](Out &) { return bf_drv_deregister(2); });
-  row("register_callbacks: a null table", BF_INVALID_ARG,
-      [](Out &) { return bf_drv_client_register_callbacks(1, nullptr, 3); });
-  row("register_callbacks: an unknown client", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return bf_drv_client_register_callbacks(2, &g_cbs, 3); });
+  REFUSE(BF_INVALID_ARG, pipe_mgr_tbl_get_property(1, 0, kTbl, 2, nullptr, &o.w[1]));
+  REFUSE(BF_ALREADY_EXISTS, bf_drv_register("c", &o.w[0]));                     // register: a name registered
+  REFUSE(BF_INVALID_ARG, bf_drv_register(nullptr, &o.w[0]));                    // register: a null name
+  REFUSE(BF_INVALID_ARG, bf_drv_register("d", nullptr));                        // register: a null handle pointer
+  REFUSE(BF_OBJECT_NOT_FOUND, bf_drv_deregister(2));                            // deregister: an unknown client
+  REFUSE(BF_INVALID_ARG, bf_drv_client_register_callbacks(1, nullptr, 3));      // register_callbacks: a null table
+  REFUSE(BF_OBJECT_NOT_FOUND, bf_drv_client_register_callbacks(2, &g_cbs, 3));  // register_callbacks: an unknown client
   return v;
 }
 
 TEST_F(MatCallTest, EachRefusalReturnsItsStatusAndChangesNothing) {
-  static_assert(BF_NO_SYS_RESOURCES == 2 && BF_INVALID_ARG == 3 && BF_ALREADY_EXISTS == 4 &&
-                    BF_OBJECT_NOT_FOUND == 6 && BF_KEY_NOT_FOUND == 7 && BF_NO_SPACE == 9 && BF_END_OF_WALK == 10,
+  static_assert(BF_NO_SYS_RESOURCES == 2 && BF_INVALID_ARG == 3 && BF_ALREADY_EXISTS == 4 && BF_OBJECT_NOT_FOUND == 6 &&
+                    BF_KEY_NOT_FOUND == 7 && BF_NO_SPACE == 9 && BF_END_OF_WALK == 10,
                 "the statuses as documented");
   for (const Refusal &r : refusals()) {
     SCOPED_TRACE(r.what);
@@ -461,12 +457,12 @@ TEST_F(MatAllocationFailureTest, EachCallAnswersNoSysResourcesAndChangesNothing)
   // The first add to a table and to a device make room for them: nothing of that stays either, the
   // key size of the table included.
   static const Request k5({1, 2, 3, 4, 5}, {0xFF, 0xFF, 0xFF, 0xFF, 0xFF}), k2({1, 2}, {0xFF, 0xFF});
-  cases.push_back({"the first add to a table", [](Out &o) { return add(k5, &o.w[0], kTbl + 2); }, [] {
+  cases.push_back({"the first add to a table", CALL(add(k5, &o.w[0], kTbl + 2)), [] {
                      uint32_t h = 0;
                      EXPECT_EQ(add(k2, &h, kTbl + 2), BF_SUCCESS) << "the table's key size is still free";
                      EXPECT_EQ(drvm_entry_count(0, kTbl + 2), 1u);
                    }});
-  cases.push_back({"the first add to a device", [](Out &o) { return add(k5, &o.w[0], kTbl, 3); }, [] {
+  cases.push_back({"the first add to a device", CALL(add(k5, &o.w[0], kTbl, 3)), [] {
                      uint32_t h = 0;
                      EXPECT_EQ(add(k2, &h, kTbl, 3), BF_SUCCESS);
                      EXPECT_EQ(h, 1u) << "the device's first handle";

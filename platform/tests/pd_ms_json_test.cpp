@@ -126,65 +126,23 @@ TEST_F(JsonTest, AMalformedRecordIsRefusedAndChangesNothing) {
   auto rec = [](const std::string &mbrs, const std::string &grps) {
     return R"({"members":[)" + mbrs + R"(],"groups":[)" + grps + "]}";
   };
+  // Number forms, missing, renamed and duplicated keys and values of the wrong type at each place
+  // are covered node by node by the test against the reader below; these are the rest.
   const std::vector<std::string> bad = {
-      // The record itself.
-      "[]", "0", "null", R"("members")", "{}", R"({"members":[]})", R"({"groups":[]})",
-      R"({"members":{},"groups":[]})", R"({"members":[],"groups":{}})", R"({"members":null,"groups":[]})",
-      R"({"members":[],"groups":[],"members":[]})", R"({"members":[],"groups":[],"groups":[]})",
-      R"({"Members":[],"groups":[]})",
-      // Member elements.
-      rec("7", ""), rec("null", ""), rec("[]", ""), rec(R"("x")", ""), rec(m + ",[1]", ""),
-      rec(R"({"act_fn_hdl":1,"res":[0,0]})", ""), rec(R"({"mbr_hdl":1})", ""),
-      rec(R"({"mbr_hdl":1,"res":[0]})", ""), rec(R"({"mbr_hdl":1,"res":[0,0,0]})", ""),
-      rec(R"({"mbr_hdl":1,"res":[]})", ""), rec(R"({"mbr_hdl":1,"res":{}})", ""),
-      rec(R"({"mbr_hdl":1,"res":"0,0"})", ""), rec(R"({"mbr_hdl":1,"res":[0,-1]})", ""),
-      rec(R"({"mbr_hdl":1,"res":[0.5,0]})", ""), rec(R"({"mbr_hdl":1,"res":[0,4294967296]})", ""),
-      rec(R"({"mbr_hdl":1,"res":[0,null]})", ""), rec(R"({"mbr_hdl":1,"res":[[0],0]})", ""),
-      rec(R"({"mbr_hdl":-1,"res":[0,0]})", ""), rec(R"({"mbr_hdl":-0,"res":[0,0]})", ""),
-      rec(R"({"mbr_hdl":1.5,"res":[0,0]})", ""), rec(R"({"mbr_hdl":1e-1,"res":[0,0]})", ""),
-      rec(R"({"mbr_hdl":4294967296,"res":[0,0]})", ""), rec(R"({"mbr_hdl":1e300,"res":[0,0]})", ""),
-      rec(R"({"mbr_hdl":1e999,"res":[0,0]})", ""), rec(R"({"mbr_hdl":-1e999,"res":[0,0]})", ""),
-      rec(R"({"mbr_hdl":"1","res":[0,0]})", ""), rec(R"({"mbr_hdl":true,"res":[0,0]})", ""),
-      rec(R"({"mbr_hdl":null,"res":[0,0]})", ""), rec(R"({"mbr_hdl":[1],"res":[0,0]})", ""),
-      rec(R"({"mbr_hdl":1,"act_fn_hdl":null,"res":[0,0]})", ""),
-      rec(R"({"mbr_hdl":1,"act_fn_hdl":-2,"res":[0,0]})", ""),
-      rec(R"({"mbr_hdl":1,"act_fn_hdl":2.25,"res":[0,0]})", ""),
-      rec(R"({"mbr_hdl":1,"act_fn_hdl":4294967296,"res":[0,0]})", ""),
-      rec(R"({"mbr_hdl":1,"act_fn_hdl":"2","res":[0,0]})", ""),
-      rec(R"({"mbr_hdl":1,"act_fn_hdl":false,"res":[0,0]})", ""),
-      rec(R"({"mbr_hdl":1,"act_fn_hndl":2,"res":[0,0]})", ""),  // a misspelt key is not "no action"
-      rec(R"({"mbr_hdl":1,"res":[0,0],"extra":0})", ""),
+      "[]", "0", "null", R"("members")", "{}", R"({"members":[]})", R"({"Members":[],"groups":[]})",
+      R"({"members":[],"groups":[],"members":[]})", rec(m + ",[1]", ""), rec(R"({"mbr_hdl":1e999,"res":[0,0]})", ""),
       rec(R"({"mbr_hdl":1,"res":[0,0],"mbrs":[]})", ""),  // a group's key in a member
       rec(R"({"mbr_hdl":1,"grp_hdl":1,"res":[0,0]})", ""),
-      rec(R"({"mbr_hdl":1,"mbr_hdl":2,"res":[0,0]})", ""), rec(R"({"mbr_hdl":1,"mbr_hdl":1,"res":[0,0]})", ""),
-      rec(R"({"mbr_hdl":1,"act_fn_hdl":1,"act_fn_hdl":2,"res":[0,0]})", ""),
-      rec(R"({"mbr_hdl":1,"res":[0,0],"res":[0,0]})", ""),
-      rec(R"({"MBR_HDL":1,"res":[0,0]})", ""),
       rec(R"({"mbr_hdl":1,"res":[0,0]},{"mbr_hdl":1,"res":[0,0]})", ""),
-      rec(R"({"mbr_hdl":1,"act_fn_hdl":1,"res":[0,0]},{"mbr_hdl":1,"act_fn_hdl":2,"res":[1,1]})", ""),
-      // Group elements.
-      rec(m, "7"), rec(m, "null"), rec(m, "[]"), rec(m, R"("g")"),
-      rec(m, R"({"grp_hdl":1,"res":[0,0]})"), rec(m, R"({"res":[0,0],"mbrs":[]})"),
-      rec(m, R"({"grp_hdl":1,"mbrs":[]})"), rec(m, R"({"grp_hdl":1,"res":[0,0],"mbrs":{}})"),
-      rec(m, R"({"grp_hdl":1,"res":[0,0],"mbrs":null})"), rec(m, R"({"grp_hdl":1,"res":[0,0],"mbrs":2})"),
       rec(m, R"({"grp_hdl":1,"res":[0,0],"mbrs":[3]})"),  // not a member
-      rec(m, R"({"grp_hdl":1,"res":[0,0],"mbrs":[2,2]})"), rec(m, R"({"grp_hdl":1,"res":[0,0],"mbrs":[2,3,2]})"),
-      rec(m, R"({"grp_hdl":1,"res":[0,0],"mbrs":["2"]})"), rec(m, R"({"grp_hdl":1,"res":[0,0],"mbrs":[2.5]})"),
-      rec(m, R"({"grp_hdl":1,"res":[0,0],"mbrs":[-2]})"), rec(m, R"({"grp_hdl":1,"res":[0,0],"mbrs":[4294967298]})"),
-      rec(m, R"({"grp_hdl":1,"res":[0,0],"mbrs":[null]})"), rec(m, R"({"grp_hdl":1,"res":[0,0],"mbrs":[[2]]})"),
+      rec(m, R"({"grp_hdl":1,"res":[0,0],"mbrs":[2,3,2]})"),
       rec(m, R"({"grp_hdl":1,"res":[0,0],"mbrs":[{"mbr_hdl":2}]})"),
-      rec(m, R"({"grp_hdl":-1,"res":[0,0],"mbrs":[]})"), rec(m, R"({"grp_hdl":0.5,"res":[0,0],"mbrs":[]})"),
-      rec(m, R"({"grp_hdl":1,"act_fn_hdl":1.5,"res":[0,0],"mbrs":[]})"),
-      rec(m, R"({"grp_hdl":1,"res":[0,0.5],"mbrs":[]})"),
-      rec(m, R"({"grp_hdl":1,"res":[0,0],"mbrs":[],"mbrs":[]})"),
-      rec(m, R"({"grp_hdl":1,"grp_hdl":1,"res":[0,0],"mbrs":[]})"),
-      rec(m, R"({"grp_hdl":1,"res":[0,0],"mbrs":[],"grps":[]})"),
       rec(m, R"({"mbr_hdl":1,"res":[0,0],"mbrs":[]})"),  // a member's key in a group
-      rec(m, R"({"grp_hdl":1,"res":[0,0],"mbrs":[]},{"grp_hdl":1,"res":[0,0],"mbrs":[]})"),
       rec(m, R"({"grp_hdl":1,"res":[0,0],"mbrs":[2]},{"grp_hdl":1,"res":[0,0],"mbrs":[]})"),
       // A valid member part, then a fault late in the record: nothing of it may stay.
       rec(m + R"(,{"mbr_hdl":4,"res":[0,0]})", R"({"grp_hdl":1,"res":[0,0],"mbrs":[2,4]},{"grp_hdl":2,"res":[0,0],"mbrs":[5]})"),
   };
+
   for (const std::string &text : bad) {
     SCOPED_TRACE(text);
     Json obj = parse(text);
@@ -214,19 +172,6 @@ TEST_F(JsonTest, ATruncatedRecordIsRefused) {
       ++parsed;
       EXPECT_EQ(p4_pd_ms_restore_state(kDev, s.get(), obj.get()), BF_INVALID_ARG) << n;
     }
-    EXPECT_EQ(dump(s.get(), kDev), logged);
-  }
-  // Not parsed by cJSON: closed by hand after the cut, as a lenient reader might. Where a cut drops
-  // a key, a member a group lists or part of a pair, the result is refused.
-  const std::vector<std::string> closed = {
-      logged.substr(0, logged.find(R"(,"groups")")) + "}",
-      logged.substr(0, logged.find(R"(,{"mbr_hdl":7)")) + R"(],"groups":[{"grp_hdl":5,"res":[0,0],"mbrs":[7]}]})",
-      logged.substr(0, logged.find(R"(,"mbrs":[)")) + "}]}",
-  };
-  for (const std::string &text : closed) {
-    Json obj = parse(text);
-    ASSERT_NE(obj, nullptr) << text;
-    EXPECT_EQ(p4_pd_ms_restore_state(kDev, s.get(), obj.get()), BF_INVALID_ARG) << text;
     EXPECT_EQ(dump(s.get(), kDev), logged);
   }
   RecordProperty("prefixes_cjson_parsed", static_cast<int>(parsed));

@@ -22,24 +22,6 @@ constexpr uint32_t kA2 = 0x2000101, kS2 = 0x3000101;                   // one kn
 constexpr uint32_t kAct1 = 0x20000011, kAct2 = 0x20000012, kAct4 = 0x20000021;
 constexpr uint32_t kUnset = 0xBEEFu;
 
-// Text of numbers and strings, appended in order. (Building it by operator+ on temporaries trips a
-// false -Wrestrict of GCC 12 at -O3.)
-inline void put(std::string &s, const std::string &t) { s.append(t); }
-inline void put(std::string &s, const char *t) { s.append(t); }
-template <class N, class = std::enable_if_t<std::is_integral_v<N> || std::is_enum_v<N>>>
-inline void put(std::string &s, N n) {
-  if constexpr (std::is_enum_v<N>)
-    s.append(std::to_string(static_cast<std::underlying_type_t<N>>(n)));
-  else
-    s.append(std::to_string(n));
-}
-template <class... T>
-std::string cat(const T &...parts) {
-  std::string s;
-  (put(s, parts), ...);
-  return s;
-}
-
 // Member and group handles of the world, from the device's one running count.
 enum : uint32_t { m1 = 1, m2, m3, m4, g1, g2, g3, e1, d1, kNext };
 
@@ -151,8 +133,7 @@ class ProfileTest : public ModelTest {
       }
       for (uint32_t pipe : {0xFFFFu, 0u, 1u}) {
         uint32_t m = 0;
-        if (drvm_fallback_member(0, sel, pipe, &m) == BF_SUCCESS)
-          s += cat("fallback ", pipe, "=", m, "\n");
+        if (drvm_fallback_member(0, sel, pipe, &m) == BF_SUCCESS) s += cat("fallback ", pipe, "=", m, "\n");
       }
     }
     for (uint32_t t : {kA1, kA2, kS1, kS2}) {
@@ -197,17 +178,19 @@ uint8_t kHash[3] = {0x01, 0x00, 0x01};
 std::string fields(const drvm_call_t &c, const Out &o) {
   std::string s = c.fn;
   const std::pair<const char *, uint32_t> f[] = {
-      {"st", uint32_t(c.status)}, {"sess", c.sess_hdl}, {"dev", c.dev_tgt.device_id}, {"pipe", c.dev_tgt.dev_pipe_id},
-      {"tbl", c.tbl_hdl},  {"act", c.act_fn_hdl}, {"flags", c.flags},       {"ent", c.ent_hdl},
-      {"a0", c.arg_u32[0]}, {"a1", c.arg_u32[1]}, {"a2", c.arg_u32[2]}};
+      {"st", uint32_t(c.status)}, {"sess", c.sess_hdl},  {"dev", c.dev_tgt.device_id}, {"pipe", c.dev_tgt.dev_pipe_id},
+      {"tbl", c.tbl_hdl},         {"act", c.act_fn_hdl}, {"flags", c.flags},           {"ent", c.ent_hdl},
+      {"a0", c.arg_u32[0]},       {"a1", c.arg_u32[1]},  {"a2", c.arg_u32[2]}};
   char buf[16];
   for (auto [name, v] : f)
     if (v) s += cat(" ", name, "=", (std::snprintf(buf, sizeof buf, v < 0xFFFF ? "%u" : "0x%x", v), buf));
-  if (c.has_action) s += cat(" action=", hex(c.action.act_data.action_data_bytes, c.action.act_data.num_action_data_bytes));
+  if (c.has_action)
+    s += cat(" action=", hex(c.action.act_data.action_data_bytes, c.action.act_data.num_action_data_bytes));
   if (c.bytes) s += cat(" bytes=", hex(c.bytes, c.num_bytes));
   const std::pair<const void *, const char *> ptrs[] = {
-      {nullptr, ""},           {o.w, " ptr=w0"},          {o.bytes, " ptr=bytes"},
-      {&o.data, " ptr=data"},  {&o.w[2], " ptr=w2"},      {&g_cookie, " ptr=cookie"},
+      {nullptr, ""},           {o.w, " ptr=w0"},
+      {o.bytes, " ptr=bytes"}, {&o.data, " ptr=data"},
+      {&o.w[2], " ptr=w2"},    {&g_cookie, " ptr=cookie"},
       {kHash, " ptr=hash"},    {reinterpret_cast<const void *>(&count_replay), " ptr=replay"}};
   std::string ptr = " ptr=?";
   for (auto p : ptrs) ptr = c.ptr_arg == p.first ? p.second : ptr;
@@ -243,56 +226,56 @@ struct Op {
 std::vector<Op> ops() {
   static Image img({7, 8, 9});
   return {
-      {true, [](Out &o) { return pipe_mgr_adt_ent_add(3, tgt(0, 2), kA1, kAct1, kM1, &img.spec, o.w, 5); },
+      {true, CALL(pipe_mgr_adt_ent_add(3, tgt(0, 2), kA1, kAct1, kM1, &img.spec, o.w, 5)),
        "pipe_mgr_adt_ent_add sess=3 pipe=2 tbl=0x2000100 act=0x20000011 flags=5 ent=10 a0=0x1000100 action=070809 "
        "ptr=w0"},
-      {false, [](Out &) { return pipe_mgr_adt_ent_set(3, 0, kA1, m3, kAct2, &img.spec, 1); },
+      {false, CALL(pipe_mgr_adt_ent_set(3, 0, kA1, m3, kAct2, &img.spec, 1)),
        "pipe_mgr_adt_ent_set sess=3 pipe=0xffff tbl=0x2000100 act=0x20000012 flags=1 ent=3 action=070809"},
-      {false, [](Out &) { return pipe_mgr_adt_ent_del(3, 0, kA2, m4, 2); },
+      {false, CALL(pipe_mgr_adt_ent_del(3, 0, kA2, m4, 2)),
        "pipe_mgr_adt_ent_del st=11 sess=3 pipe=0xffff tbl=0x2000101 flags=2 ent=4"},
-      {false, [](Out &o) { return pipe_mgr_get_action_data_entry(kA1, tgt(), m1, &o.data, &o.w[0], true); },
+      {false, CALL(pipe_mgr_get_action_data_entry(kA1, tgt(), m1, &o.data, &o.w[0], true)),
        "pipe_mgr_get_action_data_entry pipe=0xffff tbl=0x2000100 act=0x20000011 ent=1 a0=1 a1=8 ptr=data"},
-      {true, [](Out &o) { return pipe_mgr_sel_grp_add(4, tgt(0, 1), kS1, kM1, 9, 0xdeadbeef, o.w, 3); },
+      {true, CALL(pipe_mgr_sel_grp_add(4, tgt(0, 1), kS1, kM1, 9, 0xdeadbeef, o.w, 3)),
        "pipe_mgr_sel_grp_add sess=4 pipe=1 tbl=0x3000100 flags=3 ent=10 a0=0x1000100 a1=9 a2=0xdeadbeef ptr=w0"},
-      {false, [](Out &) { return pipe_mgr_sel_grp_del(4, 0, kS2, g3, 1); },
+      {false, CALL(pipe_mgr_sel_grp_del(4, 0, kS2, g3, 1)),
        "pipe_mgr_sel_grp_del sess=4 pipe=0xffff tbl=0x3000101 flags=1 ent=7 a0=1"},
-      {false, [](Out &) { return pipe_mgr_sel_grp_mbr_add(4, 0, kS1, g1, kAct1, m3, 2); },
+      {false, CALL(pipe_mgr_sel_grp_mbr_add(4, 0, kS1, g1, kAct1, m3, 2)),
        "pipe_mgr_sel_grp_mbr_add st=12 sess=4 pipe=0xffff tbl=0x3000100 act=0x20000011 flags=2 ent=5 a0=3"},
-      {false, [](Out &) { return pipe_mgr_sel_grp_mbr_del(4, 0, kS1, g1, m1, 2); },
+      {false, CALL(pipe_mgr_sel_grp_mbr_del(4, 0, kS1, g1, m1, 2)),
        "pipe_mgr_sel_grp_mbr_del sess=4 pipe=0xffff tbl=0x3000100 flags=2 ent=5 a0=1"},
-      {false, [](Out &) { return pipe_mgr_sel_grp_mbr_enable(4, 0, kS1, g1, m2, 2); },
+      {false, CALL(pipe_mgr_sel_grp_mbr_enable(4, 0, kS1, g1, m2, 2)),
        "pipe_mgr_sel_grp_mbr_enable sess=4 pipe=0xffff tbl=0x3000100 flags=2 ent=5 a0=2"},
-      {false, [](Out &) { return pipe_mgr_sel_grp_mbr_disable(4, 0, kS1, g1, m1, 2); },
+      {false, CALL(pipe_mgr_sel_grp_mbr_disable(4, 0, kS1, g1, m1, 2)),
        "pipe_mgr_sel_grp_mbr_disable sess=4 pipe=0xffff tbl=0x3000100 flags=2 ent=5 a0=1"},
-      {false, [](Out &o) { return pipe_mgr_sel_grp_mbr_state_get(4, 0, kS1, g1, m2, &o.w[0]); },
+      {false, CALL(pipe_mgr_sel_grp_mbr_state_get(4, 0, kS1, g1, m2, &o.w[0])),
        "pipe_mgr_sel_grp_mbr_state_get sess=4 pipe=0xffff tbl=0x3000100 ent=5 a0=2 a1=1 ptr=w0"},
-      {false, [](Out &o) { return pipe_mgr_sel_grp_mbr_get_from_hash(4, 0, kS1, g1, kHash, 3, &o.w[0]); },
+      {false, CALL(pipe_mgr_sel_grp_mbr_get_from_hash(4, 0, kS1, g1, kHash, 3, &o.w[0])),
        "pipe_mgr_sel_grp_mbr_get_from_hash sess=4 pipe=0xffff tbl=0x3000100 ent=5 a0=3 a1=1 bytes=010001 ptr=hash"},
-      {false, [](Out &o) { return pipe_mgr_get_sel_grp_mbr_count(4, 0, kS1, g1, &o.w[0]); },
+      {false, CALL(pipe_mgr_get_sel_grp_mbr_count(4, 0, kS1, g1, &o.w[0])),
        "pipe_mgr_get_sel_grp_mbr_count sess=4 pipe=0xffff tbl=0x3000100 ent=5 a0=2 ptr=w0"},
-      {false, [](Out &o) { return pipe_mgr_sel_grp_mbrs_get(4, 0, kS1, g1, 2, &o.w[0], o.bytes, &o.w[2], 6); },
+      {false, CALL(pipe_mgr_sel_grp_mbrs_get(4, 0, kS1, g1, 2, &o.w[0], o.bytes, &o.w[2], 6)),
        "pipe_mgr_sel_grp_mbrs_get sess=4 pipe=0xffff tbl=0x3000100 flags=6 ent=5 a0=2 a1=2 ptr=w0"},
-      {false, [](Out &) { return pipe_mgr_sel_fallback_mbr_set(4, tgt(0, 1), kS1, m3, 7); },
+      {false, CALL(pipe_mgr_sel_fallback_mbr_set(4, tgt(0, 1), kS1, m3, 7)),
        "pipe_mgr_sel_fallback_mbr_set sess=4 pipe=1 tbl=0x3000100 flags=7 ent=3"},
-      {false, [](Out &) { return pipe_mgr_sel_fallback_mbr_reset(4, tgt(0, 0), kS1, 7); },
+      {false, CALL(pipe_mgr_sel_fallback_mbr_reset(4, tgt(0, 0), kS1, 7)),
        "pipe_mgr_sel_fallback_mbr_reset sess=4 tbl=0x3000100 flags=7 ent=2"},
-      {false, [](Out &o) { return pipe_mgr_get_first_group_member(4, kS1, 0, g1, &o.w[0]); },
+      {false, CALL(pipe_mgr_get_first_group_member(4, kS1, 0, g1, &o.w[0])),
        "pipe_mgr_get_first_group_member sess=4 pipe=0xffff tbl=0x3000100 ent=5 a0=1 ptr=w0"},
-      {false, [](Out &o) { return pipe_mgr_get_next_group_members(4, kS1, 0, g1, m1, 3, o.w); },
+      {false, CALL(pipe_mgr_get_next_group_members(4, kS1, 0, g1, m1, 3, o.w)),
        "pipe_mgr_get_next_group_members sess=4 pipe=0xffff tbl=0x3000100 ent=5 a0=1 a1=3 a2=1 ptr=w0"},
-      {false, [](Out &o) { return pipe_mgr_get_word_llp_active_member_count(4, tgt(), kS1, 0, &o.w[0]); },
+      {false, CALL(pipe_mgr_get_word_llp_active_member_count(4, tgt(), kS1, 0, &o.w[0])),
        "pipe_mgr_get_word_llp_active_member_count sess=4 pipe=0xffff tbl=0x3000100 a1=1 ptr=w0"},
-      {false, [](Out &o) { return pipe_mgr_get_word_llp_active_members(4, tgt(), kS1, 0, 2, o.w); },
+      {false, CALL(pipe_mgr_get_word_llp_active_members(4, tgt(), kS1, 0, 2, o.w)),
        "pipe_mgr_get_word_llp_active_members sess=4 pipe=0xffff tbl=0x3000100 a1=2 a2=1 ptr=w0"},
-      {false, [](Out &) { return pipe_mgr_sel_tbl_register_cb(4, 0, kS2, tbl_cb, &g_cookie); },
+      {false, CALL(pipe_mgr_sel_tbl_register_cb(4, 0, kS2, tbl_cb, &g_cookie)),
        "pipe_mgr_sel_tbl_register_cb sess=4 pipe=0xffff tbl=0x3000101 " + cb_words(tbl_cb) + " ptr=cookie"},
-      {false, [](Out &) { return pipe_register_adt_update_cb(4, 0, kA2, adt_cb, &g_cookie); },
+      {false, CALL(pipe_register_adt_update_cb(4, 0, kA2, adt_cb, &g_cookie)),
        "pipe_register_adt_update_cb sess=4 pipe=0xffff tbl=0x2000101 " + cb_words(adt_cb) + " ptr=cookie"},
-      {false, [](Out &) { return pipe_register_sel_update_cb(4, 0, kS2, sel_cb, &g_cookie); },
+      {false, CALL(pipe_register_sel_update_cb(4, 0, kS2, sel_cb, &g_cookie)),
        "pipe_register_sel_update_cb sess=4 pipe=0xffff tbl=0x3000101 " + cb_words(sel_cb) + " ptr=cookie"},
-      {false, [](Out &) { return pipe_register_sel_update_cb(4, 0, kS1, nullptr, &g_cookie); },
+      {false, CALL(pipe_register_sel_update_cb(4, 0, kS1, nullptr, &g_cookie)),
        "pipe_register_sel_update_cb sess=4 pipe=0xffff tbl=0x3000100 ptr=cookie"},
-      {false, [](Out &) { return pipe_mgr_hitless_ha_restore_virtual_dev_state(4, 0, 0xFFFF, 11, 12, count_replay); },
+      {false, CALL(pipe_mgr_hitless_ha_restore_virtual_dev_state(4, 0, 0xFFFF, 11, 12, count_replay)),
        "pipe_mgr_hitless_ha_restore_virtual_dev_state sess=4 pipe=0xffff a0=11 a1=12 a2=11 ptr=replay"},
   };
 }
@@ -310,21 +293,21 @@ TEST_F(ProfileTest, EachCallIsRecordedWithItsArgumentsAndResults) {
   }
   // Where a refused call or one that found nothing writes 0.
   const std::pair<Call, std::string> rows[] = {
-      {[](Out &o) { return pipe_mgr_adt_ent_add(3, tgt(), kA1, kAct1, 0, nullptr, o.w, 0); },
+      {CALL(pipe_mgr_adt_ent_add(3, tgt(), kA1, kAct1, 0, nullptr, o.w, 0)),
        "pipe_mgr_adt_ent_add st=3 sess=3 pipe=0xffff tbl=0x2000100 act=0x20000011 ptr=w0"},
-      {[](Out &) { return pipe_mgr_adt_ent_del(3, 0, kA1, 99, 0); },
+      {CALL(pipe_mgr_adt_ent_del(3, 0, kA1, 99, 0)),
        "pipe_mgr_adt_ent_del st=6 sess=3 pipe=0xffff tbl=0x2000100 ent=99"},
-      {[](Out &o) { return pipe_mgr_sel_grp_add(3, tgt(), kS1, 0, 0, 5, o.w, 0); },
+      {CALL(pipe_mgr_sel_grp_add(3, tgt(), kS1, 0, 0, 5, o.w, 0)),
        "pipe_mgr_sel_grp_add st=3 sess=3 pipe=0xffff tbl=0x3000100 a2=5 ptr=w0"},
-      {[](Out &) { return pipe_mgr_sel_grp_del(3, 0, kS1, g1, 0); },
+      {CALL(pipe_mgr_sel_grp_del(3, 0, kS1, g1, 0)),
        "pipe_mgr_sel_grp_del st=11 sess=3 pipe=0xffff tbl=0x3000100 ent=5"},
-      {[](Out &o) { return pipe_mgr_sel_grp_mbr_get_from_hash(3, 0, kS1, g2, kHash, 3, &o.w[0]); },
+      {CALL(pipe_mgr_sel_grp_mbr_get_from_hash(3, 0, kS1, g2, kHash, 3, &o.w[0])),
        "pipe_mgr_sel_grp_mbr_get_from_hash st=6 sess=3 pipe=0xffff tbl=0x3000100 ent=6 a0=3 bytes=010001 ptr=hash"},
-      {[](Out &) { return pipe_mgr_sel_fallback_mbr_reset(3, tgt(0, 1), kS1, 0); },
+      {CALL(pipe_mgr_sel_fallback_mbr_reset(3, tgt(0, 1), kS1, 0)),
        "pipe_mgr_sel_fallback_mbr_reset sess=3 pipe=1 tbl=0x3000100"},
-      {[](Out &o) { return pipe_mgr_get_next_group_members(3, kS1, 0, g1, m2, 2, o.w); },
+      {CALL(pipe_mgr_get_next_group_members(3, kS1, 0, g1, m2, 2, o.w)),
        "pipe_mgr_get_next_group_members st=10 sess=3 pipe=0xffff tbl=0x3000100 ent=5 a0=2 a1=2 ptr=w0"},
-      {[](Out &) { return pipe_mgr_hitless_ha_restore_virtual_dev_state(3, 0, 2, 0, 0, nullptr); },
+      {CALL(pipe_mgr_hitless_ha_restore_virtual_dev_state(3, 0, 2, 0, 0, nullptr)),
        "pipe_mgr_hitless_ha_restore_virtual_dev_state st=3 sess=3 pipe=2"}};
   for (const auto &[call, want] : rows) {
     SCOPED_TRACE(want);
@@ -350,7 +333,8 @@ TEST_F(ProfileTest, PassThroughAnswersEveryProfileFunctionAtOnce) {
     EXPECT_EQ(o.written(), "") << op.fn();
   }
   EXPECT_EQ(pipe_mgr_hitless_ha_restore_virtual_dev_state(
-                1, 0, 0xFFFF, 0, 0, [](pipe_sess_hdl_t, bf_dev_id_t, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t) {
+                1, 0, 0xFFFF, 0, 0,
+                [](pipe_sess_hdl_t, bf_dev_id_t, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t) {
                   ADD_FAILURE() << "nothing is replayed in pass-through";
                 }),
             BF_SUCCESS);
@@ -378,39 +362,32 @@ std::vector<Refusal> refusals() {
   };
   // A queued fault of each function; it is used up, so that the same call then has its own answer.
   for (const Op &op : ops())
-    row(cat(op.fn(), ": a queued fault"), BF_INJECTED_FAULT, [op](Out &o) {
-      drvm_fail_next(op.fn().c_str(), BF_INJECTED_FAULT);
-      return op.call(o);
-    }, [op] {
-      Out again;
-      EXPECT_EQ(op.call(again), op.status());
-    });
+    row(
+        cat(op.fn(), ": a queued fault"), BF_INJECTED_FAULT,
+        [op](Out &o) {
+          drvm_fail_next(op.fn().c_str(), BF_INJECTED_FAULT);
+          return op.call(o);
+        },
+        [op] {
+          Out again;
+          EXPECT_EQ(op.call(again), op.status());
+        });
   static Image img({7}), bad({7});
   bad.spec.resource_count = 5;
   // Members.
-  row("adt_ent_add: a null record", BF_INVALID_ARG,
-      [](Out &o) { return pipe_mgr_adt_ent_add(1, tgt(), kA1, kAct1, 0, nullptr, o.w, 0); });
-  row("adt_ent_add: resource_count over 4", BF_INVALID_ARG,
-      [](Out &o) { return pipe_mgr_adt_ent_add(1, tgt(), kA1, kAct1, 0, &bad.spec, o.w, 0); });
-  row("adt_ent_add: a null handle pointer", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_adt_ent_add(1, tgt(), kA1, kAct1, 0, &img.spec, nullptr, 0); });
-  row("adt_ent_set: an unknown member", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_mgr_adt_ent_set(1, 0, kA1, g1, kAct1, &img.spec, 0); });
-  row("adt_ent_set: another table's member", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_mgr_adt_ent_set(1, 0, kA2, m1, kAct1, &img.spec, 0); });
-  row("adt_ent_set: another device", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_mgr_adt_ent_set(1, 1, kA1, m1, kAct1, &img.spec, 0); });
-  row("adt_ent_set: a bad record", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_adt_ent_set(1, 0, kA1, m1, kAct1, &bad.spec, 0); });
-  row("adt_ent_del: unknown", BF_OBJECT_NOT_FOUND, [](Out &) { return pipe_mgr_adt_ent_del(1, 0, kA1, m4, 0); });
-  row("adt_ent_del: in a group and bound", BF_IN_USE, [](Out &) { return pipe_mgr_adt_ent_del(1, 0, kA1, m1, 0); });
-  row("adt_ent_del: in a group and the fallback", BF_IN_USE,
-      [](Out &) { return pipe_mgr_adt_ent_del(1, 0, kA1, m2, 0); });
-  row("adt_ent_del: in a group only", BF_IN_USE, [](Out &) { return pipe_mgr_adt_ent_del(1, 0, kA1, m3, 0); });
-  row("get_action_data_entry: unknown", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_mgr_get_action_data_entry(kA1, tgt(), m4, &o.data, &o.w[0], false); });
-  row("get_action_data_entry: not on the pipe", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_mgr_get_action_data_entry(kA1, tgt(0, 2), m3, &o.data, &o.w[0], false); });
+  REFUSE(BF_INVALID_ARG, pipe_mgr_adt_ent_add(1, tgt(), kA1, kAct1, 0, nullptr, o.w, 0));  // adt_ent_add: a null record
+  REFUSE(BF_INVALID_ARG, pipe_mgr_adt_ent_add(1, tgt(), kA1, kAct1, 0, &bad.spec, o.w, 0));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_adt_ent_add(1, tgt(), kA1, kAct1, 0, &img.spec, nullptr, 0));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_adt_ent_set(1, 0, kA1, g1, kAct1, &img.spec, 0));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_adt_ent_set(1, 0, kA2, m1, kAct1, &img.spec, 0));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_adt_ent_set(1, 1, kA1, m1, kAct1, &img.spec, 0));  // adt_ent_set: another device
+  REFUSE(BF_INVALID_ARG, pipe_mgr_adt_ent_set(1, 0, kA1, m1, kAct1, &bad.spec, 0));       // adt_ent_set: a bad record
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_adt_ent_del(1, 0, kA1, m4, 0));                    // adt_ent_del: unknown
+  REFUSE(BF_IN_USE, pipe_mgr_adt_ent_del(1, 0, kA1, m1, 0));  // adt_ent_del: in a group and bound
+  REFUSE(BF_IN_USE, pipe_mgr_adt_ent_del(1, 0, kA1, m2, 0));  // adt_ent_del: in a group and the fallback
+  REFUSE(BF_IN_USE, pipe_mgr_adt_ent_del(1, 0, kA1, m3, 0));  // adt_ent_del: in a group only
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_get_action_data_entry(kA1, tgt(), m4, &o.data, &o.w[0], false));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_get_action_data_entry(kA1, tgt(0, 2), m3, &o.data, &o.w[0], false));
   row("get_action_data_entry: a buffer too small", BF_NO_SPACE, [](Out &o) {
     o.data.num_action_data_bytes = 1;
     bf_status_t st = pipe_mgr_get_action_data_entry(kA1, tgt(), m1, &o.data, &o.w[0], false);
@@ -418,69 +395,39 @@ std::vector<Refusal> refusals() {
     o.data.num_action_data_bytes = 8;
     return st;
   });
-  row("get_action_data_entry: a null record", BF_INVALID_ARG,
-      [](Out &o) { return pipe_mgr_get_action_data_entry(kA1, tgt(), m1, nullptr, &o.w[0], false); });
+  REFUSE(BF_INVALID_ARG, pipe_mgr_get_action_data_entry(kA1, tgt(), m1, nullptr, &o.w[0], false));
   // Groups.
-  row("sel_grp_add: size 0", BF_INVALID_ARG,
-      [](Out &o) { return pipe_mgr_sel_grp_add(1, tgt(), kS1, 0, 0, 0, o.w, 0); });
-  row("sel_grp_add: a null handle pointer", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_sel_grp_add(1, tgt(), kS1, 0, 2, 0, nullptr, 0); });
-  row("sel_grp_del: unknown", BF_OBJECT_NOT_FOUND, [](Out &) { return pipe_mgr_sel_grp_del(1, 0, kS1, g3, 0); });
-  row("sel_grp_del: bound by the default entry", BF_IN_USE,
-      [](Out &) { return pipe_mgr_sel_grp_del(1, 0, kS1, g1, 0); });
-  row("sel_grp_mbr_add: an unknown group", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_mgr_sel_grp_mbr_add(1, 0, kS1, g3, kAct4, m4, 0); });
-  row("sel_grp_mbr_add: an unknown member", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_mgr_sel_grp_mbr_add(1, 0, kS1, g1, kAct1, g2, 0); });
-  row("sel_grp_mbr_add: another profile's member", BF_TABLE_MISMATCH,
-      [](Out &) { return pipe_mgr_sel_grp_mbr_add(1, 0, kS1, g1, kAct4, m4, 0); });
-  row("sel_grp_mbr_add: not the member's action", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_sel_grp_mbr_add(1, 0, kS1, g2, kAct2, m1, 0); });
-  row("sel_grp_mbr_add: a member of one pipe into a group of all", BF_TABLE_MISMATCH,
-      [](Out &) { return pipe_mgr_sel_grp_mbr_add(1, 0, kS1, g1, kAct1, m3, 0); });
-  row("sel_grp_mbr_add: already there", BF_ALREADY_EXISTS,
-      [](Out &) { return pipe_mgr_sel_grp_mbr_add(1, 0, kS1, g1, kAct1, m1, 0); });
-  row("sel_grp_mbr_add: a full group", BF_NO_SPACE,
-      [](Out &) { return pipe_mgr_sel_grp_mbr_add(1, 0, kS1, g2, kAct1, m1, 0); });
-  row("sel_grp_mbr_del: not in the group", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_mgr_sel_grp_mbr_del(1, 0, kS1, g2, m1, 0); });
-  row("sel_grp_mbr_enable: not in the group", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_mgr_sel_grp_mbr_enable(1, 0, kS1, g2, m2, 0); });
-  row("sel_grp_mbr_disable: another table's group", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_mgr_sel_grp_mbr_disable(1, 0, kS1, g3, m4, 0); });
-  row("sel_grp_mbr_state_get: a null pointer", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_sel_grp_mbr_state_get(1, 0, kS1, g1, m1, nullptr); });
-  row("get_from_hash: length 0", BF_INVALID_ARG,
-      [](Out &o) { return pipe_mgr_sel_grp_mbr_get_from_hash(1, 0, kS1, g1, kHash, 0, &o.w[0]); });
-  row("get_from_hash: no active member and no fallback for its pipe", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_mgr_sel_grp_mbr_get_from_hash(1, 0, kS1, g2, kHash, 3, &o.w[0]); });
-  row("get_sel_grp_mbr_count: unknown group", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_mgr_get_sel_grp_mbr_count(1, 0, kS1, 99, &o.w[0]); });
-  row("sel_grp_mbrs_get: a null array", BF_INVALID_ARG,
-      [](Out &o) { return pipe_mgr_sel_grp_mbrs_get(1, 0, kS1, g1, 2, nullptr, o.bytes, &o.w[2], 0); });
-  row("fallback_mbr_set: another profile's member", BF_TABLE_MISMATCH,
-      [](Out &) { return pipe_mgr_sel_fallback_mbr_set(1, tgt(), kS1, m4, 0); });
-  row("fallback_mbr_set: a member of one pipe for all pipes", BF_TABLE_MISMATCH,
-      [](Out &) { return pipe_mgr_sel_fallback_mbr_set(1, tgt(), kS1, m3, 0); });
-  row("fallback_mbr_set: unknown", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_mgr_sel_fallback_mbr_set(1, tgt(), kS1, 99, 0); });
+  REFUSE(BF_INVALID_ARG, pipe_mgr_sel_grp_add(1, tgt(), kS1, 0, 0, 0, o.w, 0));  // sel_grp_add: size 0
+  REFUSE(BF_INVALID_ARG, pipe_mgr_sel_grp_add(1, tgt(), kS1, 0, 2, 0, nullptr, 0));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_sel_grp_del(1, 0, kS1, g3, 0));  // sel_grp_del: unknown
+  REFUSE(BF_IN_USE, pipe_mgr_sel_grp_del(1, 0, kS1, g1, 0));            // sel_grp_del: bound by the default entry
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_sel_grp_mbr_add(1, 0, kS1, g3, kAct4, m4, 0));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_sel_grp_mbr_add(1, 0, kS1, g1, kAct1, g2, 0));
+  REFUSE(BF_TABLE_MISMATCH, pipe_mgr_sel_grp_mbr_add(1, 0, kS1, g1, kAct4, m4, 0));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_sel_grp_mbr_add(1, 0, kS1, g2, kAct2, m1, 0));
+  REFUSE(BF_TABLE_MISMATCH, pipe_mgr_sel_grp_mbr_add(1, 0, kS1, g1, kAct1, m3, 0));
+  REFUSE(BF_ALREADY_EXISTS, pipe_mgr_sel_grp_mbr_add(1, 0, kS1, g1, kAct1, m1, 0));  // sel_grp_mbr_add: already there
+  REFUSE(BF_NO_SPACE, pipe_mgr_sel_grp_mbr_add(1, 0, kS1, g2, kAct1, m1, 0));        // sel_grp_mbr_add: a full group
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_sel_grp_mbr_del(1, 0, kS1, g2, m1, 0));  // sel_grp_mbr_del: not in the group
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_sel_grp_mbr_enable(1, 0, kS1, g2, m2, 0));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_sel_grp_mbr_disable(1, 0, kS1, g3, m4, 0));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_sel_grp_mbr_state_get(1, 0, kS1, g1, m1, nullptr));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_sel_grp_mbr_get_from_hash(1, 0, kS1, g1, kHash, 0, &o.w[0]));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_sel_grp_mbr_get_from_hash(1, 0, kS1, g2, kHash, 3, &o.w[0]));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_get_sel_grp_mbr_count(1, 0, kS1, 99, &o.w[0]));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_sel_grp_mbrs_get(1, 0, kS1, g1, 2, nullptr, o.bytes, &o.w[2], 0));
+  REFUSE(BF_TABLE_MISMATCH, pipe_mgr_sel_fallback_mbr_set(1, tgt(), kS1, m4, 0));
+  REFUSE(BF_TABLE_MISMATCH, pipe_mgr_sel_fallback_mbr_set(1, tgt(), kS1, m3, 0));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_sel_fallback_mbr_set(1, tgt(), kS1, 99, 0));  // fallback_mbr_set: unknown
   // Walks and words.
-  row("get_first_group_member: an unknown group", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_mgr_get_first_group_member(1, kS1, 0, g3, &o.w[0]); });
-  row("get_next_group_members: a start not in the group", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_mgr_get_next_group_members(1, kS1, 0, g1, m3, 2, o.w); });
-  row("get_next_group_members: n 0", BF_INVALID_ARG,
-      [](Out &o) { return pipe_mgr_get_next_group_members(1, kS1, 0, g1, m1, 0, o.w); });
-  row("get_next_entry_handles: a member not seen on the pipe", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_mgr_get_next_entry_handles(1, kA1, tgt(0, 2), m3, 2, o.w); });
-  row("get_next_entry_handles: a group of another selector", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_mgr_get_next_entry_handles(1, kS1, tgt(), g3, 2, o.w); });
-  row("word count: past the last word", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_mgr_get_word_llp_active_member_count(1, tgt(), kS1, 2, &o.w[0]); });
-  row("word count: past the last word of a pipe", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_mgr_get_word_llp_active_member_count(1, tgt(0, 2), kS1, 1, &o.w[0]); });
-  row("word members: a null array", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_get_word_llp_active_members(1, tgt(), kS1, 0, 2, nullptr); });
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_get_first_group_member(1, kS1, 0, g3, &o.w[0]));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_get_next_group_members(1, kS1, 0, g1, m3, 2, o.w));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_get_next_group_members(1, kS1, 0, g1, m1, 0, o.w));  // get_next_group_members: n 0
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_get_next_entry_handles(1, kA1, tgt(0, 2), m3, 2, o.w));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_get_next_entry_handles(1, kS1, tgt(), g3, 2, o.w));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_get_word_llp_active_member_count(1, tgt(), kS1, 2, &o.w[0]));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_get_word_llp_active_member_count(1, tgt(0, 2), kS1, 1, &o.w[0]));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_get_word_llp_active_members(1, tgt(), kS1, 0, 2, nullptr));
   // Bound entries.
   auto bind = [](uint8_t type, uint32_t hdl, uint32_t act) {
     return [=](Out &o) {
@@ -507,74 +454,50 @@ std::vector<Refusal> refusals() {
   });
   row("mat_ent_set_action_by_match_spec: an unknown group", BF_OBJECT_NOT_FOUND, [](Out &) {
     pipe_action_spec_t a = binding(PIPE_ACTION_GRP_TYPE, 99);
-    return pipe_mgr_mat_ent_set_action_by_match_spec(1, tgt(), kM1, match_of({{0x0A, 0x0B}, {0xFF, 0xFF}}), kAct1,
-                                                     &a, 0);
+    return pipe_mgr_mat_ent_set_action_by_match_spec(1, tgt(), kM1, match_of({{0x0A, 0x0B}, {0xFF, 0xFF}}), kAct1, &a,
+                                                     0);
   });
   row("default_entry_set: not the member's action", BF_INVALID_ARG, [](Out &o) {
     pipe_action_spec_t a = binding(PIPE_ACTION_MBR_TYPE, m2);
     return pipe_mgr_mat_default_entry_set(1, tgt(), kM1, kAct1, &a, 0, &o.w[0]);
   });
-  row("hitless restore: a null callback", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_hitless_ha_restore_virtual_dev_state(1, 0, 0xFFFF, 0, 0, nullptr); });
+  REFUSE(BF_INVALID_ARG, pipe_mgr_hitless_ha_restore_virtual_dev_state(1, 0, 0xFFFF, 0, 0, nullptr));
   // The rest of the checks, function by function.
   row("adt_ent_add: a null image with a byte count", BF_INVALID_ARG, [](Out &o) {
     Image i({1, 2});
     i.spec.act_data.action_data_bytes = nullptr;
     return pipe_mgr_adt_ent_add(1, tgt(), kA1, kAct1, 0, &i.spec, o.w, 0);
   });
-  row("get_action_data_entry: a null action handle pointer", BF_INVALID_ARG,
-      [](Out &o) { return pipe_mgr_get_action_data_entry(kA1, tgt(), m1, &o.data, nullptr, false); });
+  REFUSE(BF_INVALID_ARG, pipe_mgr_get_action_data_entry(kA1, tgt(), m1, &o.data, nullptr, false));
   row("get_action_data_entry: a null image buffer", BF_NO_SPACE, [](Out &o) {
     o.data.action_data_bytes = nullptr;
     const bf_status_t st = pipe_mgr_get_action_data_entry(kA1, tgt(), m1, &o.data, &o.w[0], false);
     o.data.action_data_bytes = o.image;
     return st;
   });
-  row("get_action_data_entry: a group's handle", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_mgr_get_action_data_entry(kA1, tgt(), g1, &o.data, &o.w[0], false); });
-  row("sel_grp_del: another selector's group", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_mgr_sel_grp_del(1, 0, kS2, g2, 0); });
-  row("sel_grp_del: another device", BF_OBJECT_NOT_FOUND, [](Out &) { return pipe_mgr_sel_grp_del(1, 1, kS2, g3, 0); });
-  row("sel_grp_mbr_add: a member whose profile has another selector", BF_TABLE_MISMATCH,
-      [](Out &) { return pipe_mgr_sel_grp_mbr_add(1, 0, kS2, g3, kAct1, m1, 0); });
-  row("sel_grp_mbr_del: an unknown group", BF_OBJECT_NOT_FOUND,
-      [](Out &) { return pipe_mgr_sel_grp_mbr_del(1, 0, kS1, 99, m1, 0); });
-  row("sel_grp_mbr_state_get: not in the group", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_mgr_sel_grp_mbr_state_get(1, 0, kS1, g2, m1, &o.w[0]); });
-  row("get_from_hash: a null hash", BF_INVALID_ARG,
-      [](Out &o) { return pipe_mgr_sel_grp_mbr_get_from_hash(1, 0, kS1, g1, nullptr, 3, &o.w[0]); });
-  row("get_from_hash: a null result pointer", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_sel_grp_mbr_get_from_hash(1, 0, kS1, g1, kHash, 3, nullptr); });
-  row("get_from_hash: an unknown group", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_mgr_sel_grp_mbr_get_from_hash(1, 0, kS2, g1, kHash, 3, &o.w[0]); });
-  row("get_sel_grp_mbr_count: a null pointer", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_get_sel_grp_mbr_count(1, 0, kS1, g1, nullptr); });
-  row("sel_grp_mbrs_get: a null count pointer", BF_INVALID_ARG,
-      [](Out &o) { return pipe_mgr_sel_grp_mbrs_get(1, 0, kS1, g1, 2, &o.w[0], o.bytes, nullptr, 0); });
-  row("sel_grp_mbrs_get: a null state array", BF_INVALID_ARG,
-      [](Out &o) { return pipe_mgr_sel_grp_mbrs_get(1, 0, kS1, g1, 2, &o.w[0], nullptr, &o.w[2], 0); });
-  row("sel_grp_mbrs_get: an unknown group", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_mgr_sel_grp_mbrs_get(1, 0, kS1, g3, 2, &o.w[0], o.bytes, &o.w[2], 0); });
-  row("fallback_mbr_set: a member of one pipe for another", BF_TABLE_MISMATCH,
-      [](Out &) { return pipe_mgr_sel_fallback_mbr_set(1, tgt(0, 2), kS1, m3, 0); });
-  row("fallback_mbr_set: a member whose profile has another selector", BF_TABLE_MISMATCH,
-      [](Out &) { return pipe_mgr_sel_fallback_mbr_set(1, tgt(), 0x3000102, m1, 0); });
-  row("get_first_group_member: a null pointer", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_get_first_group_member(1, kS1, 0, g1, nullptr); });
-  row("get_next_group_members: n -1", BF_INVALID_ARG,
-      [](Out &o) { return pipe_mgr_get_next_group_members(1, kS1, 0, g1, m1, -1, o.w); });
-  row("get_next_group_members: a null array", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_get_next_group_members(1, kS1, 0, g1, m1, 2, nullptr); });
-  row("get_next_group_members: an unknown group", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_mgr_get_next_group_members(1, kS1, 1, g1, m1, 2, o.w); });
-  row("get_next_entry_handles: a start that is a member of another table", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_mgr_get_next_entry_handles(1, kA2, tgt(), m1, 2, o.w); });
-  row("word count: a null pointer", BF_INVALID_ARG,
-      [](Out &) { return pipe_mgr_get_word_llp_active_member_count(1, tgt(), kS1, 0, nullptr); });
-  row("word count: an unknown table", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_mgr_get_word_llp_active_member_count(1, tgt(), 0x3000102, 0, &o.w[0]); });
-  row("word members: past the last word", BF_OBJECT_NOT_FOUND,
-      [](Out &o) { return pipe_mgr_get_word_llp_active_members(1, tgt(), kS2, 1, 2, o.w); });
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_get_action_data_entry(kA1, tgt(), g1, &o.data, &o.w[0], false));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_sel_grp_del(1, 0, kS2, g2, 0));  // sel_grp_del: another selector's group
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_sel_grp_del(1, 1, kS2, g3, 0));  // sel_grp_del: another device
+  REFUSE(BF_TABLE_MISMATCH, pipe_mgr_sel_grp_mbr_add(1, 0, kS2, g3, kAct1, m1, 0));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_sel_grp_mbr_del(1, 0, kS1, 99, m1, 0));  // sel_grp_mbr_del: an unknown group
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_sel_grp_mbr_state_get(1, 0, kS1, g2, m1, &o.w[0]));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_sel_grp_mbr_get_from_hash(1, 0, kS1, g1, nullptr, 3, &o.w[0]));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_sel_grp_mbr_get_from_hash(1, 0, kS1, g1, kHash, 3, nullptr));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_sel_grp_mbr_get_from_hash(1, 0, kS2, g1, kHash, 3, &o.w[0]));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_get_sel_grp_mbr_count(1, 0, kS1, g1, nullptr));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_sel_grp_mbrs_get(1, 0, kS1, g1, 2, &o.w[0], o.bytes, nullptr, 0));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_sel_grp_mbrs_get(1, 0, kS1, g1, 2, &o.w[0], nullptr, &o.w[2], 0));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_sel_grp_mbrs_get(1, 0, kS1, g3, 2, &o.w[0], o.bytes, &o.w[2], 0));
+  REFUSE(BF_TABLE_MISMATCH, pipe_mgr_sel_fallback_mbr_set(1, tgt(0, 2), kS1, m3, 0));
+  REFUSE(BF_TABLE_MISMATCH, pipe_mgr_sel_fallback_mbr_set(1, tgt(), 0x3000102, m1, 0));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_get_first_group_member(1, kS1, 0, g1, nullptr));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_get_next_group_members(1, kS1, 0, g1, m1, -1, o.w));  // get_next_group_members: n -1
+  REFUSE(BF_INVALID_ARG, pipe_mgr_get_next_group_members(1, kS1, 0, g1, m1, 2, nullptr));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_get_next_group_members(1, kS1, 1, g1, m1, 2, o.w));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_get_next_entry_handles(1, kA2, tgt(), m1, 2, o.w));
+  REFUSE(BF_INVALID_ARG, pipe_mgr_get_word_llp_active_member_count(1, tgt(), kS1, 0, nullptr));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_get_word_llp_active_member_count(1, tgt(), 0x3000102, 0, &o.w[0]));
+  REFUSE(BF_OBJECT_NOT_FOUND, pipe_mgr_get_word_llp_active_members(1, tgt(), kS2, 1, 2, o.w));
   return v;
 }
 
@@ -832,9 +755,9 @@ TEST_F(ProfileTest, TheHitlessReplayGivesMembersThenGroupsThenMembershipsInJoinO
   g_replayed.clear();
   ASSERT_EQ(pipe_mgr_hitless_ha_restore_virtual_dev_state(7, 0, 0xFFFF, 3, 4, replay), BF_SUCCESS);
   const std::vector<Replayed> want = {
-      {7, 0, kA1, kAct1, 0, m1, 0}, {7, 0, kA1, kAct2, 0, m2, 0},   {7, 0, kA1, kAct1, 0, m3, 0},
-      {7, 0, kA1, kAct1, 0, m5, 2}, {7, 0, kA2, kAct4, 0, m4, 0},   {7, 0, kA1, 0, g1, 0, 0},
-      {7, 0, kA1, 0, g2, 0, 0},     {7, 0, kA2, 0, g3, 0, 0},       {7, 0, kA1, kAct2, g1, m2, 0},
+      {7, 0, kA1, kAct1, 0, m1, 0},  {7, 0, kA1, kAct2, 0, m2, 0},  {7, 0, kA1, kAct1, 0, m3, 0},
+      {7, 0, kA1, kAct1, 0, m5, 2},  {7, 0, kA2, kAct4, 0, m4, 0},  {7, 0, kA1, 0, g1, 0, 0},
+      {7, 0, kA1, 0, g2, 0, 0},      {7, 0, kA2, 0, g3, 0, 0},      {7, 0, kA1, kAct2, g1, m2, 0},
       {7, 0, kA1, kAct1, g1, m5, 2}, {7, 0, kA1, kAct1, g1, m1, 0}, {7, 0, kA1, kAct1, g2, m3, 0},
       {7, 0, kA2, kAct4, g3, m4, 0}};
   EXPECT_EQ(g_replayed, want);
@@ -854,7 +777,6 @@ TEST_F(ProfileTest, TheHitlessReplayGivesMembersThenGroupsThenMembershipsInJoinO
   EXPECT_TRUE(g_replayed.empty());
   EXPECT_EQ(state(), before);
 }
-
 
 TEST_F(ProfileTest, AMemberKeepsItsOwnCopyAndReadsBackOnItsPipe) {
   Bytes image = {0xA1, 0xB2, 0xC3};
@@ -957,10 +879,9 @@ TEST_F(ProfileTest, AGroupKeepsItsMembersInJoinOrderWithTheirStates) {
   g_told.clear();
   ASSERT_EQ(pipe_mgr_sel_grp_del(1, 0, kS1, g, 0), BF_SUCCESS);
   EXPECT_EQ(drvm_last_call(nullptr)->arg_u32[0], 3u);
-  EXPECT_EQ(g_told, (std::vector<std::string>{cat("mbr 0 ", kS1, " ", g, " ", x[2], " -"),
-                                              cat("mbr 0 ", kS1, " ", g, " ", x[0], " -"),
-                                              cat("mbr 0 ", kS1, " ", g, " ", x[1], " -"),
-                                              cat("sel 0 ", kS1, " 1 ", g, " 0")}));
+  EXPECT_EQ(g_told, (std::vector<std::string>{
+                        cat("mbr 0 ", kS1, " ", g, " ", x[2], " -"), cat("mbr 0 ", kS1, " ", g, " ", x[0], " -"),
+                        cat("mbr 0 ", kS1, " ", g, " ", x[1], " -"), cat("sel 0 ", kS1, " 1 ", g, " 0")}));
   for (uint32_t m : x) EXPECT_EQ(pipe_mgr_adt_ent_del(1, 0, kA1, m, 0), BF_SUCCESS);
   EXPECT_EQ(drvm_group_count(0, kS1), 2u);
 }
@@ -1035,6 +956,21 @@ TEST_F(ProfileTest, TheHashPickIsEvenOverTheActiveMembersAndTheSameForTheSameHas
   }
 }
 
+// A hash of several bytes is one big-endian number: 0x0100 over seven members picks the fifth.
+TEST_F(ProfileTest, AHashOfSeveralBytesIsOneBigEndianNumber) {
+  Image img({1});
+  uint32_t g = 0, x[7];
+  ASSERT_EQ(pipe_mgr_sel_grp_add(1, tgt(), kS1, 0, 7, 0, &g, 0), BF_SUCCESS);
+  for (uint32_t &m : x) {
+    ASSERT_EQ(pipe_mgr_adt_ent_add(1, tgt(), kA1, kAct1, 0, &img.spec, &m, 0), BF_SUCCESS);
+    ASSERT_EQ(pipe_mgr_sel_grp_mbr_add(1, 0, kS1, g, kAct1, m, 0), BF_SUCCESS);
+  }
+  uint8_t hash[3] = {0x00, 0x01, 0x00};
+  uint32_t m = 0;
+  ASSERT_EQ(pipe_mgr_sel_grp_mbr_get_from_hash(1, 0, kS1, g, hash, 3, &m), BF_SUCCESS);
+  EXPECT_EQ(m, x[256 % 7]);
+}
+
 TEST_F(ProfileTest, ProfileWalksFollowTheEntryWalkConventions) {
   Image img({1});
   uint32_t m = 0;
@@ -1102,8 +1038,8 @@ TEST_F(ProfileTest, AProfilesTablesMayNotMixWithAnothersOnceKnown) {
 
 // A callback that calls the model: the call that reports is finished and recorded before it.
 std::vector<std::string> g_seen_in_callback;
-void calling_cb(bf_dev_id_t, pipe_sel_tbl_hdl_t sel, pipe_sel_update_type_t, pipe_sel_grp_hdl_t grp,
-                pipe_adt_ent_hdl_t, void *cookie) {
+void calling_cb(bf_dev_id_t, pipe_sel_tbl_hdl_t sel, pipe_sel_update_type_t, pipe_sel_grp_hdl_t grp, pipe_adt_ent_hdl_t,
+                void *cookie) {
   const drvm_call_t *last = drvm_last_call(nullptr);
   uint32_t n = kUnset;
   const bf_status_t st = pipe_mgr_get_sel_grp_mbr_count(9, 0, sel, grp, &n);

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "drv/model.h"
@@ -127,6 +128,33 @@ inline std::string hex(const uint8_t *p, size_t n) {
   for (size_t i = 0; p && i < n; ++i) out += (std::snprintf(buf, sizeof buf, "%02x", p[i]), buf);
   return out;
 }
+
+// Text of numbers and strings, appended in order.
+inline void put(std::string &s, const std::string &t) { s.append(t); }
+inline void put(std::string &s, const char *t) { s.append(t); }
+template <class N, class = std::enable_if_t<std::is_integral_v<N> || std::is_enum_v<N>>>
+inline void put(std::string &s, N n) {
+  if constexpr (std::is_enum_v<N>)
+    s.append(std::to_string(static_cast<std::underlying_type_t<N>>(n)));
+  else
+    s.append(std::to_string(n));
+}
+template <class... T>
+std::string cat(const T &...parts) {
+  std::string s;
+  (put(s, parts), ...);
+  return s;
+}
+inline std::string hexn(uint64_t v) {
+  char buf[24];
+  std::snprintf(buf, sizeof buf, "0x%llx", static_cast<unsigned long long>(v));
+  return buf;
+}
+
+// A row of a call table: one driver call on the caller's output memory `o` (of the file's Out).
+#define CALL(...) [](Out &o) -> bf_status_t { (void)o; return __VA_ARGS__; }
+// A refusal row of such a table, traced by its line.
+#define REFUSE(st, ...) row(cat("line ", __LINE__), st, CALL(__VA_ARGS__))
 
 // Every field of a match or action record, as text; images by content.
 inline std::string describe(const pipe_tbl_match_spec_t &m) {
