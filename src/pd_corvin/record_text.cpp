@@ -85,13 +85,30 @@ int put_number(char *out, uint32_t v, int d) {
   x = (x | (x << 4)) & 0x0F0F0F0F0F0F0F0Full;
   uint64_t letters = ((x + 0x0606060606060606ull) >> 4) & 0x0101010101010101ull;  // 1 where a nibble > 9
   x += 0x3030303030303030ull + letters * ('a' - '0' - 10);
-  x = __builtin_bswap64(x);
-  char text[8];
-  std::memcpy(text, &x, 8);
+  x = __builtin_bswap64(x) >> (8 * (8 - d));  // the last d digits, first digit in the lowest byte
   out[0] = '0';
   out[1] = 'x';
-  std::memcpy(out + 2, text + 8 - d, static_cast<size_t>(d));
-  out[2 + d] = ',';
+  char *p = out + 2;
+  // Stores of fixed sizes, never past the number's own digits.
+  if (d == 8) {
+    std::memcpy(p, &x, 8);
+    p += 8;
+  } else {
+    if (d & 4) {
+      uint32_t four = static_cast<uint32_t>(x);
+      std::memcpy(p, &four, 4);
+      p += 4;
+      x >>= 32;
+    }
+    if (d & 2) {
+      uint16_t two = static_cast<uint16_t>(x);
+      std::memcpy(p, &two, 2);
+      p += 2;
+      x >>= 16;
+    }
+    if (d & 1) *p++ = static_cast<char>(x);
+  }
+  *p = ',';
   return d + 3;
 }
 
