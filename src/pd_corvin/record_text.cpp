@@ -15,7 +15,7 @@
 namespace cv::pd {
 namespace {
 
-uint32_t load(const void *rec, uint16_t off, uint8_t bytes) {
+__attribute__((always_inline)) inline uint32_t load(const void *rec, uint16_t off, uint8_t bytes) {
   const uint8_t *p = static_cast<const uint8_t *>(rec) + off;
   switch (bytes) {
     case 1:
@@ -39,13 +39,22 @@ uint32_t width_mask(uint16_t width) { return width >= 32 ? 0xFFFFFFFFu : (1u << 
 
 const uint8_t *wide_member(const void *rec, uint16_t off) { return static_cast<const uint8_t *>(rec) + off; }
 
+// The two hexadecimal digits of every byte value, lower- or upper-case.
+struct HexPairs {
+  char text[512];
+  explicit constexpr HexPairs(const char *digits) : text() {
+    for (int i = 0; i < 256; ++i) {
+      text[2 * i] = digits[i >> 4];
+      text[2 * i + 1] = digits[i & 15];
+    }
+  }
+};
+constexpr HexPairs kLowerPairs("0123456789abcdef");
+constexpr HexPairs kUpperPairs("0123456789ABCDEF");
+
 // 32 upper-case digits of 16 bytes, first byte first, written at out without a terminator.
 void wide_digits(char *out, const uint8_t *bytes) {
-  static constexpr char kDigits[] = "0123456789ABCDEF";
-  for (int i = 0; i < 16; ++i) {
-    out[2 * i] = kDigits[bytes[i] >> 4];
-    out[2 * i + 1] = kDigits[bytes[i] & 0xF];
-  }
+  for (int i = 0; i < 16; ++i) std::memcpy(out + 2 * i, kUpperPairs.text + 2 * bytes[i], 2);
 }
 
 // The printers' helper of the 128-bit form: the digits in a buffer of the library's, which the
@@ -75,40 +84,27 @@ int put(char *out, const char *s) {
   return static_cast<int>(n);
 }
 
-// "0x", the value in lower-case hexadecimal padded to d digits (1 to 8), and ",". The eight digits
-// are made at once: each nibble spread into a byte of its own, turned into its character, the
-// bytes put most significant first, and the last d of them copied.
-int put_number(char *out, uint32_t v, int d) {
-  uint64_t x = v;
-  x = (x | (x << 16)) & 0x0000FFFF0000FFFFull;
-  x = (x | (x << 8)) & 0x00FF00FF00FF00FFull;
-  x = (x | (x << 4)) & 0x0F0F0F0F0F0F0F0Full;
-  uint64_t letters = ((x + 0x0606060606060606ull) >> 4) & 0x0101010101010101ull;  // 1 where a nibble > 9
-  x += 0x3030303030303030ull + letters * ('a' - '0' - 10);
-  x = __builtin_bswap64(x) >> (8 * (8 - d));  // the last d digits, first digit in the lowest byte
+// "0x", the value in lower-case hexadecimal padded to d digits (1 to 8), and ",": the eight digits
+// made a byte at a time from the table of pairs, and the last d of them kept.
+__attribute__((always_inline)) inline int put_number(char *out, uint32_t v, int d) {
+  char digits[8];
+  std::memcpy(digits + 6, kLowerPairs.text + 2 * (v & 0xFF), 2);
+  std::memcpy(digits + 4, kLowerPairs.text + 2 * ((v >> 8) & 0xFF), 2);
+  std::memcpy(digits + 2, kLowerPairs.text + 2 * ((v >> 16) & 0xFF), 2);
+  std::memcpy(digits, kLowerPairs.text + 2 * (v >> 24), 2);
   out[0] = '0';
   out[1] = 'x';
-  char *p = out + 2;
-  // Stores of fixed sizes, never past the number's own digits.
+  // The last d digits by copies of fixed sizes (no call for a few bytes).
+  const char *from = digits + 8 - d;
+  char *to = out + 2;
   if (d == 8) {
-    std::memcpy(p, &x, 8);
-    p += 8;
+    std::memcpy(to, from, 8);
   } else {
-    if (d & 4) {
-      uint32_t four = static_cast<uint32_t>(x);
-      std::memcpy(p, &four, 4);
-      p += 4;
-      x >>= 32;
-    }
-    if (d & 2) {
-      uint16_t two = static_cast<uint16_t>(x);
-      std::memcpy(p, &two, 2);
-      p += 2;
-      x >>= 16;
-    }
-    if (d & 1) *p++ = static_cast<char>(x);
+    if (d & 4) std::memcpy(to, from, 4), to += 4, from += 4;
+    if (d & 2) std::memcpy(to, from, 2), to += 2, from += 2;
+    if (d & 1) *to = *from;
   }
-  *p = ',';
+  out[2 + d] = ',';
   return d + 3;
 }
 
