@@ -108,4 +108,25 @@ TEST(RecordText, AnEntryTheDriverCannotReadHasNoText) {
   EXPECT_EQ(buf[0], 0x7f);
 }
 
+// An entry of a selector's table that the driver holds with neither a member nor a group: the key
+// alone, no binding text.
+TEST(RecordText, ASelectorTablesEntryBoundToNothingShowsItsKeyAlone) {
+  drvm_reset();
+  p4_pd_corvin_switch_init();
+  uint8_t value[2] = {0x01, 0x23}, mask[2] = {0xFF, 0xFF};
+  pipe_tbl_match_spec_t m{};
+  m.match_value_bytes = value;
+  m.match_mask_bytes = mask;
+  m.num_match_bytes = 2;
+  m.num_valid_match_bits = 16;
+  pipe_action_spec_t a{};
+  a.action_data_type = PIPE_ACTION_DATA_TYPE;
+  uint32_t h = 0;
+  ASSERT_EQ(pipe_mgr_mat_ent_add(1, {0, 0xFFFF}, 0x21010028, &m, 0x20000098, &a, 0, 0, &h), 0);
+  char buf[64];
+  int n = p4_pd_corvin_switch_ecmpGroup_value(1, 0, h, 0, buf);
+  EXPECT_STREQ(buf, "((( 0x0123,),),(0,True))");
+  EXPECT_EQ(n, int(std::strlen(buf)));
+}
+
 }  // namespace
