@@ -955,7 +955,11 @@ using ValueSetTest = TelemetryTest;
 std::vector<uint32_t> pvs_walk(uint32_t pvs, uint32_t gress, uint32_t pipe, uint32_t parser, int batch) {
   std::vector<uint32_t> seen(1), out(batch);
   if (pipe_mgr_pvs_entry_get_first(1, 0, pvs, gress, pipe, parser, &seen[0]) != BF_SUCCESS) return {};
-  for (;;) {
+  for (int round = 0;; ++round) {
+    if (round == kMaxWalkRounds) {
+      ADD_FAILURE() << "the walk does not end";
+      return seen;
+    }
     const bf_status_t st = pipe_mgr_pvs_entry_get_next(1, 0, pvs, gress, pipe, parser, seen.back(), batch, out.data());
     int k = 0;
     while (k < batch && out[k] != 0xFFFFFFFFu) seen.push_back(out[k++]);

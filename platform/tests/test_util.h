@@ -108,11 +108,16 @@ struct Readback {
 };
 
 // A whole walk of a table: the first handle, then batches of `batch`, checking the -1 fill of each
-// short batch and that the walk ends with BF_END_OF_WALK.
+// short batch and that the walk ends with BF_END_OF_WALK; a walk that never ends fails the test.
+inline constexpr int kMaxWalkRounds = 100000;
 inline std::vector<uint32_t> walk(int batch, uint32_t tbl = kTbl, bf_dev_id_t dev = 0) {
   std::vector<uint32_t> seen(1), out(batch);
   if (pipe_mgr_get_first_entry_handle(1, tbl, tgt(dev), &seen[0]) != BF_SUCCESS) return {};
-  for (;;) {
+  for (int round = 0;; ++round) {
+    if (round == kMaxWalkRounds) {
+      ADD_FAILURE() << "the walk does not end";
+      return seen;
+    }
     const bf_status_t st = pipe_mgr_get_next_entry_handles(1, tbl, tgt(dev), seen.back(), batch, out.data());
     int k = 0;
     while (k < batch && out[k] != 0xFFFFFFFFu) seen.push_back(out[k++]);
