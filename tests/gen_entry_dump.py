@@ -49,6 +49,7 @@ def main(argv):
         rows.append('  {"%s", %s}' % (t.name, fn))
     o.append("}  // namespace\n\nconst EntryDump kEntryDumps[] = {\n%s};\nconst size_t kEntryDumpCount = %d;\n" % (
         ",\n".join(rows), len(rows)))
+    os.makedirs(os.path.dirname(os.path.abspath(argv[1])), exist_ok=True)
     with open(argv[1], "w") as f:
         f.write("".join(o))
     return 0

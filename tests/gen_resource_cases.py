@@ -8,6 +8,7 @@ table's and its read too, digest fields lie one after another.
     gen_resource_cases.py CATALOG OUT.cpp
 """
 
+import os
 import sys
 import tomllib
 
@@ -132,6 +133,7 @@ def main(argv):
     out.append("const size_t kSnapshotRecordSize = %d;\nconst size_t kSnapshotStages = %d;\n" % (
         snap["record_bytes"], snap["max_stages"]))
     out.append(declarations(cat, tables))
+    os.makedirs(os.path.dirname(os.path.abspath(argv[1])), exist_ok=True)
     with open(argv[1], "w") as f:
         f.write("".join(out))
     return 0

@@ -8,6 +8,7 @@ cases whose reference text does not evaluate.
 """
 
 import ast
+import os
 import sys
 import tomllib
 
@@ -104,6 +105,7 @@ def main(argv):
             rows.append('  {"%s", 0, [](void *, char *b) { return %s%s_value(b); }}' % (n, P, n))
     o.append("const ValueTextFn kActionValueFns[] = {\n%s};\nconst size_t kActionValueFnCount = %d;\n" % (
         ",\n".join(rows), len(rows)))
+    os.makedirs(os.path.dirname(os.path.abspath(argv[1])), exist_ok=True)
     with open(argv[1], "w") as f:
         f.write("".join(o))
     return 0

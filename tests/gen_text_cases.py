@@ -9,6 +9,7 @@ library fails to cut them.
     gen_text_cases.py CATALOG OUT.cpp
 """
 
+import os
 import random
 import sys
 import tomllib
@@ -220,6 +221,7 @@ def main(argv):
         o.append("}\n\n")
     o.append("const TextCase kTextCases[] = {\n%s};\nconst size_t kTextCaseCount = %d;\n" % (
         ",\n".join('  {"%s", %s}' % (label, fn) for fn, label in names), len(names)))
+    os.makedirs(os.path.dirname(os.path.abspath(argv[1])), exist_ok=True)
     with open(argv[1], "w") as f:
         f.write("".join(o))
     return 0
