@@ -6,7 +6,6 @@
 #include <stdio.h>
 
 #include <cstdint>
-
 #include <cstring>
 
 #include "assertion.h"
@@ -87,15 +86,15 @@ int put(char *out, const char *s) {
 // "0x", the value in lower-case hexadecimal padded to d digits (1 to 8), and ",": the eight digits
 // made a byte at a time from the table of pairs, and the last d of them kept.
 __attribute__((always_inline)) inline int put_number(char *out, uint32_t v, int d) {
-  char digits[8];
-  std::memcpy(digits + 6, kLowerPairs.text + 2 * (v & 0xFF), 2);
-  std::memcpy(digits + 4, kLowerPairs.text + 2 * ((v >> 8) & 0xFF), 2);
-  std::memcpy(digits + 2, kLowerPairs.text + 2 * ((v >> 16) & 0xFF), 2);
-  std::memcpy(digits, kLowerPairs.text + 2 * (v >> 24), 2);
+  char all[8];
+  std::memcpy(all + 6, kLowerPairs.text + 2 * (v & 0xFF), 2);
+  std::memcpy(all + 4, kLowerPairs.text + 2 * ((v >> 8) & 0xFF), 2);
+  std::memcpy(all + 2, kLowerPairs.text + 2 * ((v >> 16) & 0xFF), 2);
+  std::memcpy(all, kLowerPairs.text + 2 * (v >> 24), 2);
   out[0] = '0';
   out[1] = 'x';
   // The last d digits by copies of fixed sizes (no call for a few bytes).
-  const char *from = digits + 8 - d;
+  const char *from = all + 8 - d;
   char *to = out + 2;
   if (d == 8) {
     std::memcpy(to, from, 8);
