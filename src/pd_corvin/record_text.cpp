@@ -41,10 +41,10 @@ const uint8_t *wide_member(const void *rec, uint16_t off) { return static_cast<c
 // The two hexadecimal digits of every byte value, lower- or upper-case.
 struct HexPairs {
   char text[512];
-  explicit constexpr HexPairs(const char *digits) : text() {
+  explicit constexpr HexPairs(const char *alphabet) : text() {
     for (int i = 0; i < 256; ++i) {
-      text[2 * i] = digits[i >> 4];
-      text[2 * i + 1] = digits[i & 15];
+      text[2 * i] = alphabet[i >> 4];
+      text[2 * i + 1] = alphabet[i & 15];
     }
   }
 };
