@@ -50,33 +50,6 @@ void tuple(p4_pd_hash_calc_input_field_attribute_t *f) {
   for (int i = 0; i < 5; ++i) f[i] = {uint32_t(i), 0, {values[i]}};
 }
 
-void BM_Hash5Tuple_Library(benchmark::State &bm) {
-  pass_through();
-  p4_pd_hash_calc_input_field_attribute_t f[5];
-  tuple(f);
-  uint32_t widths[5];
-  std::memcpy(widths, kTupleWidths, sizeof widths);
-  uint8_t hash[4];
-  for (auto _ : bm) {
-    benchmark::DoNotOptimize(
-        p4_pd_corvin_switch_hash_calc_hashOuterIpAndL4Hdr_calculate_hash_value(1, 0, 5, f, widths, hash, 4));
-    benchmark::ClobberMemory();
-  }
-}
-BENCHMARK(BM_Hash5Tuple_Library);
-
-void BM_Hash5Tuple_Hand(benchmark::State &bm) {
-  pass_through();
-  p4_pd_hash_calc_input_field_attribute_t f[5];
-  tuple(f);
-  uint8_t hash[4];
-  for (auto _ : bm) {
-    benchmark::DoNotOptimize(hand_hash_5tuple(1, 0, f, hash, 4));
-    benchmark::ClobberMemory();
-  }
-}
-BENCHMARK(BM_Hash5Tuple_Hand);
-
 // ---- Hash of an IPv6 5-tuple: two 128-bit addresses by pointer, 8 + 16 + 16 bits, 37 bytes ----
 
 constexpr uint32_t kWideWidths[5] = {128, 128, 8, 16, 16};
@@ -108,12 +81,17 @@ void wide(p4_pd_hash_calc_input_field_attribute_t *f) {
   f[4] = {4, 0, {53}};
 }
 
-void BM_HashWide_Library(benchmark::State &bm) {
+// The library and the hand version over the same five fields.
+using Fields = void (*)(p4_pd_hash_calc_input_field_attribute_t *);
+using HandHash = p4_pd_status_t (*)(uint32_t, uint32_t, const p4_pd_hash_calc_input_field_attribute_t *, uint8_t *,
+                                    uint32_t);
+
+void BM_Hash_Library(benchmark::State &bm, Fields fields, const uint32_t *field_widths) {
   pass_through();
   p4_pd_hash_calc_input_field_attribute_t f[5];
-  wide(f);
+  fields(f);
   uint32_t widths[5];
-  std::memcpy(widths, kWideWidths, sizeof widths);
+  std::memcpy(widths, field_widths, sizeof widths);
   uint8_t hash[4];
   for (auto _ : bm) {
     benchmark::DoNotOptimize(
@@ -121,19 +99,22 @@ void BM_HashWide_Library(benchmark::State &bm) {
     benchmark::ClobberMemory();
   }
 }
-BENCHMARK(BM_HashWide_Library);
 
-void BM_HashWide_Hand(benchmark::State &bm) {
+void BM_Hash_Hand(benchmark::State &bm, Fields fields, HandHash hand) {
   pass_through();
   p4_pd_hash_calc_input_field_attribute_t f[5];
-  wide(f);
+  fields(f);
   uint8_t hash[4];
   for (auto _ : bm) {
-    benchmark::DoNotOptimize(hand_hash_wide(1, 0, f, hash, 4));
+    benchmark::DoNotOptimize(hand(1, 0, f, hash, 4));
     benchmark::ClobberMemory();
   }
 }
-BENCHMARK(BM_HashWide_Hand);
+
+BENCHMARK_CAPTURE(BM_Hash_Library, 5tuple, tuple, kTupleWidths);
+BENCHMARK_CAPTURE(BM_Hash_Hand, 5tuple, tuple, hand_hash_5tuple);
+BENCHMARK_CAPTURE(BM_Hash_Library, wide, wide, kWideWidths);
+BENCHMARK_CAPTURE(BM_Hash_Hand, wide, wide, hand_hash_wide);
 
 // ---- Counter read of a direct counter, no hardware sync ----
 
@@ -207,33 +188,22 @@ __attribute__((noinline)) p4_pd_status_t hand_range_read(uint32_t sess, p4_pd_de
   return static_cast<p4_pd_status_t>(st);
 }
 
-void BM_RegisterRangeRead_Library(benchmark::State &bm) {
-  registers();
-  static uint8_t values[kRange * 4];
-  uint32_t n = 0;
-  int count = 0;
-  p4_pd_dev_target_t all = {0, 0xFFFF};
-  for (auto _ : bm) {
-    benchmark::DoNotOptimize(
-        p4_pd_corvin_switch_register_range_read_ingStpCheckData(1, all, 0, kRange, 0, &n, values, &count));
-    benchmark::ClobberMemory();
-  }
-  if (count != int(kRange * 4)) bm.SkipWithError("range read gave the wrong count");
-}
-BENCHMARK(BM_RegisterRangeRead_Library);
+using RangeRead = p4_pd_status_t (*)(uint32_t, p4_pd_dev_target_t, uint32_t, uint32_t, uint32_t, uint32_t *, uint8_t *,
+                                     int *);
 
-void BM_RegisterRangeRead_Hand(benchmark::State &bm) {
+void BM_RegisterRangeRead(benchmark::State &bm, RangeRead read) {
   registers();
   static uint8_t values[kRange * 4];
   uint32_t n = 0;
   int count = 0;
   p4_pd_dev_target_t all = {0, 0xFFFF};
   for (auto _ : bm) {
-    benchmark::DoNotOptimize(hand_range_read(1, all, 0, kRange, 0, &n, values, &count));
+    benchmark::DoNotOptimize(read(1, all, 0, kRange, 0, &n, values, &count));
     benchmark::ClobberMemory();
   }
   if (count != int(kRange * 4)) bm.SkipWithError("range read gave the wrong count");
 }
-BENCHMARK(BM_RegisterRangeRead_Hand);
+BENCHMARK_CAPTURE(BM_RegisterRangeRead, Library, p4_pd_corvin_switch_register_range_read_ingStpCheckData);
+BENCHMARK_CAPTURE(BM_RegisterRangeRead, Hand, hand_range_read);
 
 }  // namespace
