@@ -697,28 +697,10 @@ TEST_F(CellAllocationFailureTest, EachCallAnswersNoSysResourcesAndChangesNothing
   std::vector<Op> all = ops();
   for (Op &op : entry_ops()) all.push_back(std::move(op));
   for (const Op &op : all) {
-    size_t failures = 0;
-    for (size_t k = 0;; ++k) {
-      SCOPED_TRACE(cat(op.fn(), ": allocation ", k, " fails"));
-      Restart();
-      const std::string before = state();
-      Out o;
-      alloc_fault::arm(k);
-      const bf_status_t st = op.call(o);
-      if (!alloc_fault::disarm()) {
-        EXPECT_EQ(st, BF_SUCCESS);
-        break;
-      }
-      ++failures;
-      EXPECT_EQ(st, BF_NO_SYS_RESOURCES);
-      EXPECT_EQ(o.written(), "");
-      EXPECT_TRUE(g_told.empty());
-      ASSERT_LE(drvm_call_count(), 1u);
-      if (drvm_call_count() == 1) {
-        EXPECT_EQ(drvm_call(0)->status, BF_NO_SYS_RESOURCES);
-      }
-      EXPECT_EQ(state(), before);
-    }
+    const auto [st, failures] = alloc_fault::sweep<Out>(
+        op.fn(), [&] { Restart(); }, [&](Out &o) { return op.call(o); }, [&] { return state(); },
+        [&] { EXPECT_TRUE(g_told.empty()); });
+    EXPECT_EQ(st, BF_SUCCESS);
     EXPECT_GT(failures, 0u) << op.fn() << " allocates at least its record";
   }
 }

@@ -471,34 +471,18 @@ TEST_F(MatAllocationFailureTest, EachCallAnswersNoSysResourcesAndChangesNothing)
     Restart();
     Out plain;
     const bf_status_t normal = c.call(plain);
-    size_t failures = 0;
-    for (size_t k = 0;; ++k) {
-      SCOPED_TRACE(c.what + ": allocation " + std::to_string(k) + " fails");
-      Restart();
-      const std::string before = state();
-      Out o;
-      alloc_fault::arm(k);
-      const bf_status_t st = c.call(o);
-      if (!alloc_fault::disarm()) {
-        EXPECT_EQ(st, normal);
-        break;
-      }
-      ++failures;
-      EXPECT_EQ(st, BF_NO_SYS_RESOURCES);
-      EXPECT_EQ(o.written(), "");
-      EXPECT_EQ(g_updates, 0);
-      ASSERT_LE(drvm_call_count(), 1u);
-      if (drvm_call_count() == 1) {
-        EXPECT_EQ(drvm_call(0)->status, BF_NO_SYS_RESOURCES);
-      }
-      EXPECT_EQ(state(), before);
-      uint32_t h = 0;
-      EXPECT_EQ(add({key(30), kMask4}, &h), BF_SUCCESS);
-      EXPECT_EQ(h, 7u);
-      EXPECT_EQ(bf_drv_register("z", &h), BF_SUCCESS);
-      EXPECT_EQ(h, 2u);
-      if (c.then) c.then();
-    }
+    const auto [st, failures] = alloc_fault::sweep<Out>(
+        c.what, [&] { Restart(); }, c.call, [&] { return state(); },
+        [&] {
+          EXPECT_EQ(g_updates, 0);
+          uint32_t h = 0;  // nor did it use a handle
+          EXPECT_EQ(add({key(30), kMask4}, &h), BF_SUCCESS);
+          EXPECT_EQ(h, 7u);
+          EXPECT_EQ(bf_drv_register("z", &h), BF_SUCCESS);
+          EXPECT_EQ(h, 2u);
+          if (c.then) c.then();
+        });
+    EXPECT_EQ(st, normal);
     EXPECT_GT(failures, 0u) << c.what << " allocates at least its record";
   }
 }

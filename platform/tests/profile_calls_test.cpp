@@ -528,33 +528,17 @@ TEST_F(ProfileTest, EachRefusalReturnsItsStatusAndChangesNothing) {
 using ProfileAllocationFailureTest = ProfileTest;
 TEST_F(ProfileAllocationFailureTest, EachProfileCallAnswersNoSysResourcesAndChangesNothing) {
   for (const Op &op : ops()) {
-    size_t failures = 0;
-    for (size_t k = 0;; ++k) {
-      SCOPED_TRACE(cat(op.fn(), ": allocation ", k, " fails"));
-      Restart();
-      const std::string before = state();
-      Out o;
-      alloc_fault::arm(k);
-      const bf_status_t st = op.call(o);
-      if (!alloc_fault::disarm()) {
-        EXPECT_EQ(st, op.status());
-        break;
-      }
-      ++failures;
-      EXPECT_EQ(st, BF_NO_SYS_RESOURCES);
-      EXPECT_EQ(o.written(), "");
-      EXPECT_TRUE(g_told.empty());
-      EXPECT_EQ(g_replays, 0);
-      ASSERT_LE(drvm_call_count(), 1u);
-      if (drvm_call_count() == 1) {
-        EXPECT_EQ(drvm_call(0)->status, BF_NO_SYS_RESOURCES);
-      }
-      EXPECT_EQ(state(), before);
-      uint32_t h = 0;
-      Image img({1});
-      EXPECT_EQ(pipe_mgr_adt_ent_add(1, tgt(), kA1, kAct1, 0, &img.spec, &h, 0), BF_SUCCESS);
-      EXPECT_EQ(h, kNext);
-    }
+    const auto [st, failures] = alloc_fault::sweep<Out>(
+        op.fn(), [&] { Restart(); }, [&](Out &o) { return op.call(o); }, [&] { return state(); },
+        [&] {
+          EXPECT_TRUE(g_told.empty());
+          EXPECT_EQ(g_replays, 0);
+          uint32_t h = 0;  // nor did it use a handle
+          Image img({1});
+          EXPECT_EQ(pipe_mgr_adt_ent_add(1, tgt(), kA1, kAct1, 0, &img.spec, &h, 0), BF_SUCCESS);
+          EXPECT_EQ(h, kNext);
+        });
+    EXPECT_EQ(st, op.status());
     EXPECT_GT(failures, 0u) << op.fn() << " allocates at least its record";
   }
 }

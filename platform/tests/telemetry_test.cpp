@@ -667,33 +667,17 @@ TEST_F(TelemetryTest, EachRefusalReturnsItsStatusAndChangesNothing) {
 using TelemetryAllocationFailureTest = TelemetryTest;
 TEST_F(TelemetryAllocationFailureTest, EachCallAnswersNoSysResourcesAndChangesNothing) {
   for (const Op &op : ops()) {
-    size_t failures = 0;
-    for (size_t k = 0;; ++k) {
-      SCOPED_TRACE(cat(op.fn(), ": allocation ", k, " fails"));
-      Restart();
-      const std::string before = state();
-      Out o;
-      alloc_fault::arm(k);
-      const bf_status_t st = op.call(o);
-      if (!alloc_fault::disarm()) {
-        EXPECT_EQ(st, op.status());
-        break;
-      }
-      ++failures;
-      EXPECT_EQ(st, BF_NO_SYS_RESOURCES);
-      EXPECT_EQ(o.written(), "");
-      EXPECT_TRUE(g_got.empty());
-      ASSERT_LE(drvm_call_count(), 1u);
-      if (drvm_call_count() == 1) {
-        EXPECT_EQ(drvm_call(0)->status, BF_NO_SYS_RESOURCES);
-      }
-      EXPECT_EQ(state(), before);
-      uint32_t h = 0;
-      EXPECT_EQ(bf_snapshot_create(0, 0, 0, 0, BF_SNAPSHOT_DIR_INGRESS, &h), BF_SUCCESS);
-      EXPECT_EQ(h, kNextIngress);
-      EXPECT_EQ(pipe_mgr_pvs_entry_add(1, 0, kPvs2, kIng, 0, 0, 1, 1, &h), BF_SUCCESS);
-      EXPECT_EQ(h, kNextEntry);
-    }
+    const auto [st, failures] = alloc_fault::sweep<Out>(
+        op.fn(), [&] { Restart(); }, [&](Out &o) { return op.call(o); }, [&] { return state(); },
+        [&] {
+          EXPECT_TRUE(g_got.empty());
+          uint32_t h = 0;  // nor did it use a handle
+          EXPECT_EQ(bf_snapshot_create(0, 0, 0, 0, BF_SNAPSHOT_DIR_INGRESS, &h), BF_SUCCESS);
+          EXPECT_EQ(h, kNextIngress);
+          EXPECT_EQ(pipe_mgr_pvs_entry_add(1, 0, kPvs2, kIng, 0, 0, 1, 1, &h), BF_SUCCESS);
+          EXPECT_EQ(h, kNextEntry);
+        });
+    EXPECT_EQ(st, op.status());
     EXPECT_GT(failures, 0u) << op.fn() << " allocates at least its record";
   }
 }
