@@ -327,6 +327,46 @@ pipe_status_t pipe_mgr_hitless_ha_restore_virtual_dev_state(pipe_sess_hdl_t sess
                                                             bf_dev_pipe_t pipe_id, uint32_t arg3, uint32_t arg4,
                                                             pipe_adt_sel_restore_cb cb);
 
+/* ==== Placement data ====
+ *
+ * A placement datum is the driver's own record of one object as it was placed: a match entry (its
+ * value and mask images, priority, partition index, action handle and action record, and whether it
+ * is the table's default entry), a member of an action data table (its action handle and record),
+ * or a group of a selector table (its members). A client asks for the placement of a whole table at
+ * once and gets a placement list: a copy, taken then, of every object of the table on the device,
+ * with one datum each, in ascending handle order (a match table's default entry last, when set). The
+ * copy does not follow later changes, so a client may keep it and compare it with the device later.
+ * The list, and every datum in it, lives until pipe_mgr_plcmt_list_destroy; a datum outlives no list.
+ * A datum is an opaque pointer: only the two decoding functions below read it, and they refuse a
+ * pointer that is no live datum of the kind they decode (BF_INVALID_ARG). */
+
+/* Writes a new placement list of the table to *plcmt_list (a pipe_plcmt_list_t *, given as void *
+ * so that a client passes it through as one word): BF_INVALID_ARG for a null plcmt_list. A table
+ * the device has never stored to gives an empty list. */
+pipe_status_t pipe_mgr_plcmt_mat_data_get(bf_dev_id_t dev_id, void **plcmt_list, pipe_mat_tbl_hdl_t mat_tbl_hdl);
+pipe_status_t pipe_mgr_plcmt_adt_data_get(bf_dev_id_t dev_id, void **plcmt_list, pipe_adt_tbl_hdl_t adt_tbl_hdl);
+pipe_status_t pipe_mgr_plcmt_sel_data_get(bf_dev_id_t dev_id, void **plcmt_list, pipe_sel_tbl_hdl_t sel_tbl_hdl);
+
+/* How many datums a list holds; 0 for null. */
+uint32_t pipe_mgr_plcmt_list_count(const void *plcmt_list);
+/* The index-th datum of a list and, in *hdl (when hdl is not null), the handle of its object: the
+ * entry, member or group handle. Null past the end. */
+void *pipe_mgr_plcmt_list_datum(const void *plcmt_list, uint32_t index, uint32_t *hdl);
+/* Frees a list and its datums; null is ignored. */
+void pipe_mgr_plcmt_list_destroy(void *plcmt_list);
+
+/* Decodes a match entry's datum: fills the match record and the action record, and copies the
+ * images into the buffers they point to (which must hold the entry's images: its table's key bytes,
+ * and its action image), and writes the action handle. A default entry gives num_match_bytes 0
+ * and no image copied. BF_INVALID_ARG, nothing written, for a pointer that is no live datum of a
+ * match entry, for null records, or for a null image buffer where the entry has an image. */
+pipe_status_t pipe_mgr_plcmt_mat_data_get_entry(const void *plcmt_data, pipe_tbl_match_spec_t *match_spec,
+                                                pipe_action_spec_t *act_spec, pipe_act_fn_hdl_t *act_fn_hdl);
+/* Decodes a member's datum: fills the action record, copies its image as above and writes the
+ * action handle. Always writes the action handle when act_fn_hdl is not null: 0 on a refusal. */
+pipe_status_t pipe_mgr_plcmt_adt_data_get_entry(const void *plcmt_data, pipe_action_spec_t *act_spec,
+                                                pipe_act_fn_hdl_t *act_fn_hdl);
+
 #ifdef __cplusplus
 }
 #endif
