@@ -149,6 +149,28 @@ class Table:
 
 
 @dataclass
+class LabelFragment:
+    """One fragment of a counter label: a key field (the OUI half of a mac_ternary pair, `station`
+    the other half), its form and leading words; a named form's values with texts of their own,
+    and the mask bits that let them apply (None: every bit)."""
+    field: str
+    form: str
+    label: Optional[str] = None
+    station: Optional[str] = None
+    mask_and: Optional[int] = None
+    names: tuple = ()  # ((value, text), ...)
+
+
+LABEL_FORMS = {"number", "masked", "flag", "named", "v4_ternary", "v6_exact", "v6_ternary", "mac_ternary", "hidden"}
+LABEL_COLUMNS = {"field", "form", "label", "station", "mask_and", "names"}
+# The key fields each form fits (a hidden field may be any): match kind, and width.
+LABEL_FIELDS = {"number": ("exact", "up to", 32), "masked": ("ternary", "up to", 32),
+                "named": ("ternary", "up to", 32), "flag": ("ternary", "up to", 32),
+                "v4_ternary": ("ternary", "of", 32), "v6_exact": ("exact", "of", 128),
+                "v6_ternary": ("ternary", "of", 128), "mac_ternary": ("ternary", "of", 24)}
+
+
+@dataclass
 class Profile:
     name: str
     action_data_table: int
@@ -223,6 +245,7 @@ class Catalog:
     value_sets: list
     hashes: list
     snapshot: Optional[Snapshot] = None
+    labels: dict = field(default_factory=dict)  # table name -> [LabelFragment], the counter labels
 
     def table(self, name):
         return self._tables[name]
@@ -317,6 +340,18 @@ def build(raw):
                                  for form in ("ingress", "egress")})
     cat._tables = {t.name: t for t in tables}
     cat._actions = by_action
+    for lab in raw.get("counter_label", []):
+        _check(lab["table"] not in cat.labels, "counter label of %s given twice" % lab["table"])
+        frags = []
+        for fr in lab["fragments"]:
+            extra = set(fr) - LABEL_COLUMNS
+            _check("field" in fr and "form" in fr,
+                   "counter label of %s: a fragment without field or form" % lab["table"])
+            _check(not extra, "counter label of %s, %s: unknown columns %s" % (lab["table"], fr.get("field"),
+                                                                              sorted(extra)))
+            frags.append(LabelFragment(fr["field"], fr["form"], fr.get("label"), fr.get("station"),
+                                       fr.get("mask_and"), tuple((n["value"], n["text"]) for n in fr.get("names", []))))
+        cat.labels[lab["table"]] = frags
     validate_rows(cat)
     return cat
 
@@ -411,6 +446,72 @@ def validate_rows(cat):
         _check(p.table in cat._tables and cat._tables[p.table].profile == p.name,
                "profile %s: table %s is not bound to it" % (p.name, p.table))
     validate_handles(cat)
+    validate_labels(cat)
+
+
+def counted(t):
+    """Whether a table's entries carry a counter of their own: the tables with counter labels."""
+    return t.resource is not None and t.resource.kind == "counter" and t.resource.binding == "direct"
+
+
+def _printable(text):
+    return bool(text) and all(" " <= ch <= "~" for ch in text)
+
+
+def validate_labels(cat):
+    """Every table with a direct counter has a counter label and no other table has one; a label has
+    one fragment per key field, in key order, each of a form that fits the field's match kind and
+    width."""
+    for name, frags in cat.labels.items():
+        _check(name in cat._tables, "counter label of %s: no such table" % name)
+        t = cat.table(name)
+        _check(counted(t), "counter label of %s: the table has no direct counter" % name)
+        position = {f.field: i for i, f in enumerate(t.key)}
+        covered = []
+        for fr in frags:
+            where = "counter label of %s, %s" % (name, fr.field)
+            _check(fr.form in LABEL_FORMS, "%s: unknown form %r" % (where, fr.form))
+            _check(fr.field in position, "%s: not a key field of the table" % where)
+            f = t.key[position[fr.field]]
+            fields = [f]
+            if fr.form == "mac_ternary":
+                _check(fr.station in position and position[fr.station] == position[fr.field] + 1,
+                       "%s: the station half must be the key field after the OUI half" % where)
+                fields.append(t.key[position[fr.station]])
+            else:
+                _check(fr.station is None, "%s: a station half belongs to mac_ternary alone" % where)
+            for g in fields:
+                i = position[g.field]
+                _check(i not in covered, "counter label of %s: %s has two fragments" % (name, g.field))
+                _check(not covered or i > covered[-1], "counter label of %s: %s out of key order" % (name, g.field))
+                covered.append(i)
+            if fr.form in LABEL_FIELDS:
+                kind, how, bits = LABEL_FIELDS[fr.form]
+                for g in fields:
+                    _check(g.match == kind and (g.width <= bits if how == "up to" else g.width == bits),
+                           "%s: form %s is for %s fields %s %d bits; this one is %s, %d bits" % (
+                               where, fr.form, kind, how, bits, g.match, g.width))
+            if fr.form == "flag":
+                s = f.slice if f.slice is not None else (1 << f.width) - 1
+                _check(s == 1, "%s: a flag is a field of one bit, at bit 0" % where)
+            if fr.form == "hidden":
+                _check(fr.label is None, "%s: a hidden field has no label" % where)
+            else:
+                _check(fr.label is not None and _printable(fr.label), "%s: a label of printable characters" % where)
+            if fr.form == "named":
+                decide = fr.mask_and if fr.mask_and is not None else (1 << f.width) - 1
+                _check(0 < decide < 1 << f.width, "%s: mask_and outside the field" % where)
+                values = [v for v, _ in fr.names]
+                _check(values and len(set(values)) == len(values), "%s: names of distinct values" % where)
+                for v, text in fr.names:
+                    _check(v & ~decide == 0, "%s: value 0x%x has bits outside mask_and" % (where, v))
+                    _check(_printable(text), "%s: the text of 0x%x, of printable characters" % (where, v))
+            else:
+                _check(fr.mask_and is None and not fr.names, "%s: names belong to the named form alone" % where)
+        missing = [f.field for i, f in enumerate(t.key) if i not in covered]
+        _check(not missing, "counter label of %s: key fields without a fragment: %s" % (name, ", ".join(missing)))
+    unlabelled = [t.name for t in cat.tables if counted(t) and t.name not in cat.labels]
+    _check(not unlabelled, "tables with a direct counter but no counter label: %s" % ", ".join(unlabelled))
 
 
 def validate_figures(cat, fig=None):

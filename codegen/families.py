@@ -194,6 +194,16 @@ ARGS = {
     "params_a": Arg(lambda r: param_record(r.act) + " *", "action_spec1"),
     "params_b": Arg(lambda r: param_record(r.act) + " *", "action_spec2"),
     "indent": Arg("int", "indent"),
+    "key_in": Arg(lambda r: "const " + key_record(r.table) + " *", "match_spec"),
+    # Placement data.
+    "plcmt_list_out": Arg("void **", "plcmt_data"),
+    "plcmt_data": Arg("void *", "plcmt_data"),
+    "spec_if_actions_out": Arg("p4_pd_corvin_switch_action_spec_t *", "action_spec", when=lambda r: not r.profile),
+    "mbr_hdl_if_bound_out": Arg("p4_pd_mbr_hdl_t *", "mbr_hdl", when=lambda r: r.profile),
+    "grp_hdl_if_bound_out": Arg("p4_pd_grp_hdl_t *", "grp_hdl", when=lambda r: r.profile),
+    "is_member_if_bound_out": Arg("uint8_t *", "is_member", when=lambda r: r.profile),
+    "is_group_if_bound_out": Arg("uint8_t *", "is_group", when=lambda r: r.profile),
+    "tbl_hdl": Arg("uint32_t", "tbl_hdl"),
 }
 
 
@@ -277,6 +287,19 @@ FAMILIES = [
     F(P + "{table}_get_mat_table_handle", "tables", "table_handle_out", "get_mat_table_handle"),
     F(P + "{table}_supports_entry_priority", "tables", "", "supports_entry_priority", ret="int"),
     F(P + "{table}_{field}_width", "key_fields", "", "key_field_width", "{T}, {I}", ret="int"),
+    # ---- Placement data ----
+    F(P + "{table}_get_plcmt_data", "tables", "dev plcmt_list_out", "get_plcmt_data"),
+    F(P + "{table}_get_entry_from_plcmt_data", "tables_with_profiles",
+      "func plcmt_data key priority_out spec_if_actions_out mbr_hdl_if_bound_out grp_hdl_if_bound_out "
+      "is_member_if_bound_out is_group_if_bound_out is_default_out", "get_entry_from_plcmt_data"),
+    F(P + "{profile}_get_plcmt_data", "profiles", "dev plcmt_list_out", "adt_get_plcmt_data", "{P}",
+      header="profiles"),
+    F(P + "{profile}_sel_get_plcmt_data", "profiles", "dev plcmt_list_out", "sel_get_plcmt_data", "{P}",
+      header="profiles"),
+    F(P + "{profile}_get_member_from_plcmt_data", "profiles", "func plcmt_data tagged_spec_out",
+      "get_member_from_plcmt_data", "{P}", header="profiles"),
+    F(P + "{profile}_get_full_member_info_from_plcmt_data", "profiles", "func dev mbr_hdl plcmt_data tagged_spec_out",
+      "get_full_member_info_from_plcmt_data", "{P}", header="profiles"),
     # ---- Decoders ----
     F("unbuild_key_{table}", "keyed_tables", "pipe_match_spec key_record_out", "unbuild_key", ret="void",
       header="decoders"),
@@ -450,6 +473,22 @@ FAMILIES = [
     # ---- Entries read from the driver as value texts ----
     R(P + "{table}_value", "tables", "func sess dev8 entry_hdl read_from_hw text_buf", "table_value",
       "{X}, &" + P + "{table}_get_entry", "int"),
+    # ---- Counter labels: the keys of the tables with a direct counter, in words ----
+    R(P + "{table}_match_spec_stringify_for_counter", "counted_tables", "key_in text_buf",
+      "match_spec_stringify_for_counter", "desc::xl_{table}", "int"),
+    R(P + "{table}_stringify_counter_match_spec", "counted_tables", "sess dev8 entry_hdl text_buf",
+      "stringify_counter_match_spec", "{X}, desc::xl_{table}, &" + P + "{table}_get_entry", "int"),
+    # ---- Placement data as text, and against the device ----
+    R(P + "{table}_plcmt_data_print", "tables", "func fd indent plcmt_data", "plcmt_data_print",
+      "{X}, &" + P + "{table}_get_entry_from_plcmt_data", "int"),
+    R(P + "{profile}_adt_plcmt_data_print", "profiles", "func fd indent plcmt_data", "adt_plcmt_data_print",
+      "{Z}, &" + P + "{profile}_get_member_from_plcmt_data", "int"),
+    R(P + "{table}_plcmt_data_value", "tables", "func plcmt_data text_buf", "plcmt_data_value",
+      "{X}, &" + P + "{table}_get_entry_from_plcmt_data", "int"),
+    R(P + "{profile}_plcmt_data_value", "profiles", "func plcmt_data text_buf", "profile_plcmt_data_value",
+      "{Z}, &" + P + "{profile}_get_member_from_plcmt_data", "int"),
+    R(P + "{table}_plcmt_data_eq_to_hw", "tables", "func sess dev8 tbl_hdl entry_hdl plcmt_data text_buf",
+      "plcmt_data_eq_to_hw", "{X}, &%s{table}_get_entry_from_plcmt_data, &%s{table}_get_entry" % (P, P), "int"),
 ]
 
 
@@ -458,7 +497,7 @@ class Dispatcher:
     """One export that takes a numeric handle, finds the table or profile of it by direct comparison
     and calls that one's member of another family, `target`, with `args`; `miss` is the C body for
     a handle that none has. `rows`: "tables" (by match table handle), "profiles" (by action data
-    handle) or "tables_and_profiles"."""
+    handle), "tables_and_profiles", or "counted_tables" (the tables with counter labels)."""
 
     name: str
     ret: str
@@ -511,8 +550,27 @@ DISPATCHERS = [
                _params("p4_pd_sess_hdl_t sess_hdl, uint8_t dev_id, uint32_t tbl_hdl, p4_pd_entry_hdl_t entry_hdl, "
                        "uint8_t read_from_hw, char *buf"), "tbl_hdl", "tables", P + "{table}_value",
                "sess_hdl, dev_id, entry_hdl, read_from_hw, buf", "return 0;"),
+    Dispatcher(P + "plcmt_data_print", "int", _params("int fd, int indent, uint32_t tbl_hdl, void *plcmt_data"),
+               "tbl_hdl", "tables", P + "{table}_plcmt_data_print", "fd, indent, plcmt_data",
+               'return dprintf(fd, "0x%08x table not found\\n", tbl_hdl);'),
+    Dispatcher(P + "adt_plcmt_data_print", "int", _params("int fd, int indent, uint32_t adt_hdl, void *plcmt_data"),
+               "adt_hdl", "profiles", P + "{profile}_adt_plcmt_data_print", "fd, indent, plcmt_data",
+               'return dprintf(fd, "0x%08x table not found\\n", adt_hdl);'),
+    Dispatcher(P + "plcmt_data_value", "int", _params("uint32_t tbl_hdl, void *plcmt_data, char *buf"), "tbl_hdl",
+               "tables", P + "{table}_plcmt_data_value", "plcmt_data, buf", "return 0;"),
+    Dispatcher(P + "adt_plcmt_data_value", "int", _params("uint32_t adt_hdl, void *plcmt_data, char *buf"),
+               "adt_hdl", "profiles", P + "{profile}_plcmt_data_value", "plcmt_data, buf", "return 0;"),
+    Dispatcher(P + "plcmt_data_eq_to_hw", "int",
+               _params("p4_pd_sess_hdl_t sess_hdl, uint8_t dev_id, uint32_t tbl_hdl, p4_pd_entry_hdl_t entry_hdl, "
+                       "void *plcmt_data, uint32_t ignored, char *buf"), "tbl_hdl", "tables",
+               P + "{table}_plcmt_data_eq_to_hw", "sess_hdl, dev_id, tbl_hdl, entry_hdl, plcmt_data, buf",
+               '(void)ignored;\n  CV_HARD_ASSERT("false && \\"unknown table\\"", __func__);'),
     Dispatcher(P + "cli_schema", "int", _params("uint32_t handle, char *buf"), "handle", "tables_and_profiles",
                P + "{subject}_schema", "buf", "buf[0] = '(';\n  buf[1] = ')';\n  buf[2] = '\\0';\n  return 2;"),
+    Dispatcher(P + "stringify_counter_matchspec", "int",
+               _params("p4_pd_sess_hdl_t sess_hdl, uint8_t dev_id, uint32_t tbl_hdl, p4_pd_entry_hdl_t entry_hdl, "
+                       "char *buf"), "tbl_hdl", "counted_tables", P + "{table}_stringify_counter_match_spec",
+               "sess_hdl, dev_id, entry_hdl, buf", "return 0;"),
 ]
 
 
@@ -523,6 +581,8 @@ def dispatch_rows(cat, d):
         rows += [(t.handle, t.name) for t in cat.tables]
     if d.rows in ("profiles", "tables_and_profiles"):
         rows += [(p.action_data_table, p.name) for p in cat.profiles]
+    if d.rows == "counted_tables":
+        rows += [(t.handle, t.name) for t in cat.tables if t.name in cat.labels]
     return rows
 
 
@@ -599,6 +659,9 @@ def _profile_of(cat, t):
 ROWS = {
     "tables": lambda c: [Row(t.name, table=t) for t in c.tables],
     "direct_tables": lambda c: [Row(t.name, table=t) for t in c.tables if not t.profile],
+    # Every table, with its profile where it is bound to one.
+    "tables_with_profiles": lambda c: [Row(t.name, table=t, profile=_profile_of(c, t) if t.profile else None)
+                                       for t in c.tables],
     "bound_tables": lambda c: [Row(t.name, table=t, profile=_profile_of(c, t)) for t in c.tables if t.profile],
     "keyed_tables": lambda c: [Row(t.name, table=t) for t in c.tables if t.key],
     "masked_tables": lambda c: [Row(t.name, table=t) for t in c.tables if t.kind in ("ternary", "lpm")],
@@ -612,6 +675,8 @@ ROWS = {
     "profile_members": lambda c: [Row(p.name, profile=p, member=(a, h), act=a) for p in c.profiles
                                   for a, h in p.members],
     "idle_tables": lambda c: [Row(t.name, table=t) for t in c.tables if t.idle_time],
+    # The tables with a direct counter, which have counter labels.
+    "counted_tables": lambda c: [Row(t.name, table=t) for t in c.tables if t.name in c.labels],
     "counters": lambda c: _resources(c.counters, "counter"),
     "meters": lambda c: _resources(c.meters, "meter"),
     "registers": lambda c: _resources(c.registers, "register"),

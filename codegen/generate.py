@@ -327,9 +327,41 @@ def emit_text_descriptors(c):
     return "".join(o)
 
 
+def c_text(text):
+    return '"%s"' % text.replace("\\", "\\\\").replace('"', '\\"')
+
+
+def emit_label_descriptors(c):
+    """The counter labels: per counted table its fragments in key order, each naming its key field's
+    text descriptor (xf_<table>[i]), its form, its words and, for a named form, its values' texts."""
+    o = [MARK, "#pragma once\n\n#include \"catalog_text.h\"\n#include \"labels.h\"\n\nnamespace cv::pd::desc {\n\n"]
+    for t in c.tables:
+        if t.name not in c.labels:
+            continue
+        position = {f.field: i for i, f in enumerate(t.key)}
+        frags = []
+        for i, fr in enumerate(c.labels[t.name]):
+            names = "nullptr"
+            if fr.names:
+                names = "xln_%s_%d" % (t.name, i)
+                o.append("inline constexpr LabelName %s[] = {%s};\n" % (names, ", ".join(
+                    init(value="0x%x" % v, text=c_text(text)) for v, text in fr.names)))
+            frags.append(init(
+                form="LabelForm::" + fr.form, field="&xf_%s[%d]" % (t.name, position[fr.field]),
+                station="&xf_%s[%d]" % (t.name, position[fr.station]) if fr.station else "nullptr",
+                label=c_text(fr.label) if fr.label is not None else "nullptr",
+                mask_and="0x%x" % (0 if fr.form != "named" else 0xFFFFFFFF if fr.mask_and is None else fr.mask_and),
+                nnames=len(fr.names), names=names))
+        o.append("inline constexpr LabelFragment xlf_%s[] = {\n    %s};\n" % (t.name, ",\n    ".join(frags)))
+        o.append("inline constexpr CounterLabel xl_%s = %s;\n\n" % (t.name, init(
+            nfragments=len(frags), fragments="xlf_" + t.name)))
+    o.append("}  // namespace cv::pd::desc\n")
+    return "".join(o)
+
+
 def emit_dispatch(c):
     """The dispatchers by handle: a switch over the handles of what each covers."""
-    o = [MARK, 'extern "C" {\n#include "corvin_switch/pd.h"\n\n']
+    o = [MARK, '#include <stdio.h>\n\n#include "assertion.h"\n\nextern "C" {\n#include "corvin_switch/pd.h"\n\n']
     for d in families.DISPATCHERS:
         o.append("%s {\n  switch (%s) {\n" % (d.prototype(), d.handle))
         for handle, name in families.dispatch_rows(c, d):
@@ -342,7 +374,8 @@ def emit_dispatch(c):
 
 def emit_glue(exports, layer="pd"):
     includes = ('#include "catalog_desc.h"\n#include "engine.h"\n' if layer == "pd" else
-                '#include "catalog_text.h"\n#include "reflect.h"\n\nextern "C" {\n#include "corvin_switch/pd.h"\n}\n')
+                '#include "catalog_labels.h"\n#include "catalog_text.h"\n#include "labels.h"\n#include "reflect.h"\n\n'
+                'extern "C" {\n#include "corvin_switch/pd.h"\n}\n')
     o = [MARK, includes + '\nusing namespace cv::pd;\n\nextern "C" {\n\n']
     for e in exports:
         o.append("%s {\n  return %s;\n}\n\n" % (e.prototype(), e.call))
@@ -451,6 +484,7 @@ def main(argv):
     write(os.path.join(src, "program.h"), emit_program_h(c))
     write(os.path.join(src, "action_names.cpp"), emit_action_names(c))
     write(os.path.join(src, "catalog_text.h"), emit_text_descriptors(c))
+    write(os.path.join(src, "catalog_labels.h"), emit_label_descriptors(c))
     write(os.path.join(src, "dispatch.cpp"), emit_dispatch(c))
     # Each subject's exports of a layer in one glue file; subjects spread over the layer's files for a
     # parallel build.

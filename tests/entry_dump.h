@@ -1,5 +1,5 @@
-// One entry of every table that takes entries without a profile, made through the library on the
-// driver model, and its value text (tests/gen_entry_dump.py).
+// One entry of a table per call, made through the library on the driver model, with its value
+// text; and the table's handle and placement functions (tests/gen_entry_dump.py).
 #pragma once
 
 #include <cstddef>
@@ -11,9 +11,14 @@ extern "C" {
 
 struct EntryDump {
   const char *name;
-  // Makes the entry and writes its value text to buf; the text's length, or -1 if the entry could
-  // not be made.
-  int (*run)(std::mt19937 &rng, char *buf);
+  uint32_t handle;
+  // Makes an entry (the n-th call of the table: a bound table alternates member and group), writes
+  // its handle to *h and its value text to buf; the text's length, or -1 if the entry could not be
+  // made (a key drawn twice).
+  int (*run)(std::mt19937 &rng, int call, p4_pd_entry_hdl_t *h, char *buf);
+  p4_pd_status_t (*get_plcmt_data)(uint32_t dev_id, void **plcmt_data);
+  int (*eq_to_hw)(p4_pd_sess_hdl_t sess_hdl, uint8_t dev_id, uint32_t tbl_hdl, p4_pd_entry_hdl_t entry_hdl,
+                  void *plcmt_data, char *buf);
 };
 
 extern const EntryDump kEntryDumps[];

@@ -108,6 +108,20 @@ def expected(cat):
     # Dispatch by handle.
     names |= {P + n for n in ("entry_hdl_first", "entry_hdl_next", "entry_hdl_default", "member_hdl_first",
                               "member_hdl_next", "entry_value", "cli_schema")}
+    # Counter labels: two for each table with a direct counter, the address formatters, a dispatcher.
+    names |= {P + c["table"] + s for c in cat["counter"] if c["binding"] == "direct"
+              for s in ("_match_spec_stringify_for_counter", "_stringify_counter_match_spec")}
+    names |= {P + "_print_%s_%s" % (a, k) for a in ("v4addr", "v6addr") for k in ("exact", "lpm", "ternary")}
+    names |= {P + "_print_mac_exact", P + "_print_mac_ternary", P + "stringify_counter_matchspec"}
+    # Placement data: getters, decoders, printers, value texts and the hardware check.
+    names |= {P + t["name"] + s for t in cat["table"] for s in (
+        "_get_plcmt_data", "_get_entry_from_plcmt_data", "_plcmt_data_print", "_plcmt_data_value",
+        "_plcmt_data_eq_to_hw")}
+    names |= {P + p["name"] + s for p in cat["profile"] for s in (
+        "_get_plcmt_data", "_sel_get_plcmt_data", "_get_member_from_plcmt_data",
+        "_get_full_member_info_from_plcmt_data", "_adt_plcmt_data_print", "_plcmt_data_value")}
+    names |= {P + n for n in ("plcmt_data_print", "adt_plcmt_data_print", "plcmt_data_value", "adt_plcmt_data_value",
+                              "plcmt_data_eq_to_hw")}
     return names
 
 

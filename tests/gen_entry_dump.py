@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
-"""Writes, for text_dump, one entry of every table that takes entries through the library (a key
-and parameters of random bytes, its first entry action), and the default of every table that has
-only defaults, each followed by its value text read back from the driver model. The tables bound
-to a profile are left to their own tests: their entries need members first.
+"""Writes, for text_dump and the placement tests, one entry of every table per call: a key and
+parameters of random bytes with its first entry action, or, in a table bound to a profile, a key
+bound to a new member (on even calls) or to a new group holding it (on odd ones); and the default
+of every table that has only defaults. Each returns the entry's handle and writes its value text
+read back from the driver model. With each table go its handle and its placement functions.
 
     gen_entry_dump.py CATALOG OUT.cpp
 """
@@ -26,27 +27,46 @@ def main(argv):
          "  auto *b = reinterpret_cast<unsigned char *>(r);\n",
          "  for (size_t i = 0; i < sizeof *r; ++i) b[i] = static_cast<unsigned char>(rng());\n}\n\n"]
     rows = []
+    profiles = {p.name: p for p in cat.profiles}
     for t in cat.tables:
-        if t.profile:
-            continue
-        entry = next((a for a in t.actions if a.entry), None)
-        ta = entry or next(a for a in t.actions if a.default)
-        n, an = P + t.name, ta.action.name
+        n = P + t.name
         fn = "entry_" + t.name
-        s = "int %s([[maybe_unused]] std::mt19937 &rng, char *buf) {\n  uint32_t h = 0;\n" % fn
-        if ta.action.params:
-            s += "  %s%s_action_spec_t a;\n  randomize(rng, &a);\n" % (P, an)
-        if entry:
+        s = ("int %s([[maybe_unused]] std::mt19937 &rng, int call, p4_pd_entry_hdl_t *h, char *buf) {\n"
+             "  (void)call;\n  *h = 0;\n" % fn)
+        if t.profile:
+            p = profiles[t.profile]
+            m = p.members[0][0]
+            pn = P + p.name
+            if m.params:
+                s += "  %s%s_action_spec_t a;\n  randomize(rng, &a);\n" % (P, m.name)
+            s += "  p4_pd_mbr_hdl_t m = 0;\n  p4_pd_grp_hdl_t g = 0;\n"
+            s += "  if (%s_add_member_with_%s(kSess, kTgt, %s&m) != 0) return -1;\n" % (
+                pn, m.name, "&a, " if m.params else "")
             s += "  %s_match_spec_t k;\n  randomize(rng, &k);\n" % n
-            args = tref.add_args(t, ta, 0x1234, bool(ta.action.params), 500)
-            args = [("uint32_t(rng())" if t.priority and i == 3 else a) for i, a in enumerate(args)]
-            s += "  if (%s_table_add_with_%s(%s, &h) != 0) return -1;\n" % (n, an, ", ".join(args))
+            prio = ", uint32_t(rng())" if t.priority else ""
+            s += "  if (call % 2 == 0) {\n"
+            s += "    if (%s_add_entry(kSess, kTgt, &k%s, m, h) != 0) return -1;\n  } else {\n" % (n, prio)
+            s += "    if (%s_create_group(kSess, kTgt, 4, &g) != 0) return -1;\n" % pn
+            s += "    if (%s_add_member_to_group(kSess, kTgt.device_id, g, m) != 0) return -1;\n" % pn
+            s += "    if (%s_add_entry_with_selector(kSess, kTgt, &k%s, g, h) != 0) return -1;\n  }\n" % (n, prio)
         else:
-            args = ["1", "kTgt"] + (["&a"] if ta.action.params else []) + (["&kMeter"] if t.meter_spec_argument else [])
-            s += "  if (%s_set_default_action_%s(%s, &h) != 0) return -1;\n" % (n, an, ", ".join(args))
-        s += "  return %s_value(1, 0, h, 0, buf);\n}\n\n" % n
+            entry = next((a for a in t.actions if a.entry), None)
+            ta = entry or next(a for a in t.actions if a.default)
+            an = ta.action.name
+            if ta.action.params:
+                s += "  %s%s_action_spec_t a;\n  randomize(rng, &a);\n" % (P, an)
+            if entry:
+                s += "  %s_match_spec_t k;\n  randomize(rng, &k);\n" % n
+                args = tref.add_args(t, ta, 0x1234, bool(ta.action.params), 500)
+                args = [("uint32_t(rng())" if t.priority and i == 3 else a) for i, a in enumerate(args)]
+                s += "  if (%s_table_add_with_%s(%s, h) != 0) return -1;\n" % (n, an, ", ".join(args))
+            else:
+                args = ["kSess", "kTgt"] + (["&a"] if ta.action.params else []) + (
+                    ["&kMeter"] if t.meter_spec_argument else [])
+                s += "  if (%s_set_default_action_%s(%s, h) != 0) return -1;\n" % (n, an, ", ".join(args))
+        s += "  return %s_value(kSess, 0, *h, 0, buf);\n}\n\n" % n
         o.append(s)
-        rows.append('  {"%s", %s}' % (t.name, fn))
+        rows.append('  {"%s", 0x%xu, %s, %s_get_plcmt_data, %s_plcmt_data_eq_to_hw}' % (t.name, t.handle, fn, n, n))
     o.append("}  // namespace\n\nconst EntryDump kEntryDumps[] = {\n%s};\nconst size_t kEntryDumpCount = %d;\n" % (
         ",\n".join(rows), len(rows)))
     os.makedirs(os.path.dirname(os.path.abspath(argv[1])), exist_ok=True)

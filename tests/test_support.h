@@ -2,8 +2,11 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cstdio>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -50,6 +53,22 @@ inline const drvm_call_t &last_add() {
     return none;
   }
   return *c;
+}
+
+// The lines a printer writes, read back from a temporary file.
+inline std::string printed(const std::function<int(int)> &print, int *returned) {
+  FILE *f = std::tmpfile();
+  if (f == nullptr) {
+    ADD_FAILURE() << "no temporary file";
+    return "";
+  }
+  *returned = print(fileno(f));
+  std::string out;
+  char chunk[4096];
+  lseek(fileno(f), 0, SEEK_SET);
+  for (ssize_t n; (n = read(fileno(f), chunk, sizeof chunk)) > 0;) out.append(chunk, size_t(n));
+  std::fclose(f);
+  return out;
 }
 
 // Every test starts from a fresh model with the library started on it.

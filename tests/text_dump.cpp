@@ -1,7 +1,8 @@
 // Prints every schema text of the library, and value texts of random records of every key and
-// action, one per line as "<kind>\t<name>\t<text>", for a client in Python to evaluate
+// action, one per line as "<kind>\t<name>\t<length>\t<text>", for a client in Python to evaluate
 // (tests/text_eval_test.py). Records are random bytes across their whole size; entries are made of
-// such records through the library, one per table, on the driver model.
+// such records through the library, one per table, on the driver model, and their texts are read
+// back twice: from the driver, and from the driver's placement data.
 #include <cstdio>
 #include <random>
 #include <vector>
@@ -33,12 +34,24 @@ int main() {
   };
   values("key_value", kKeyValueFns, kKeyValueFnCount);
   values("action_value", kActionValueFns, kActionValueFnCount);
-  // Entries made through the library on the driver model, read back as value texts.
+  // Entries made through the library on the driver model, read back as value texts, and then as
+  // placement data, found by the table's handle alone.
   drvm_reset();
   p4_pd_corvin_switch_init();
   for (size_t i = 0; i < kEntryDumpCount; ++i) {
-    int n = kEntryDumps[i].run(rng, buf.data());
+    p4_pd_entry_hdl_t h = 0;
+    int n = kEntryDumps[i].run(rng, 0, &h, buf.data());
     std::printf("entry\t%s\t%d\t%s\n", kEntryDumps[i].name, n, n > 0 ? buf.data() : "");
+  }
+  for (size_t i = 0; i < kEntryDumpCount; ++i) {
+    void *list = nullptr;
+    if (pipe_mgr_plcmt_mat_data_get(0, &list, kEntryDumps[i].handle) != 0) return 1;
+    for (uint32_t k = 0; k < pipe_mgr_plcmt_list_count(list); ++k) {
+      int n = p4_pd_corvin_switch_plcmt_data_value(kEntryDumps[i].handle, pipe_mgr_plcmt_list_datum(list, k, nullptr),
+                                                   buf.data());
+      std::printf("plcmt\t%s\t%d\t%s\n", kEntryDumps[i].name, n, n > 0 ? buf.data() : "");
+    }
+    pipe_mgr_plcmt_list_destroy(list);
   }
   return 0;
 }

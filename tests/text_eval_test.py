@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """A client's view of the library's texts: every schema text, value texts of random records of every
-key and action, and the value text of an entry of every table that takes entries without a profile
-(printed by text_dump), evaluated with ast.literal_eval. Each must have the
-shape a client unpacks, return its own length, and a value text must pair position by position
+key and action, and the value text of an entry of every table, read from the driver and from its
+placement datum (printed by text_dump), evaluated with ast.literal_eval. Each must have the shape a
+client unpacks, return its own length, and a value text must pair position by position
 with its schema, each number within its field's width (and slice), each action with its name.
 
     text_eval_test.py TEXT_DUMP
@@ -11,6 +11,25 @@ with its schema, each number within its field's width (and slice), each action w
 import ast
 import subprocess
 import sys
+
+
+BINDINGS = ("setMbrHdl", "setGrpHdl")
+
+
+def entry_body_pairs(texts, name, body):
+    """An entry's key and action (or a selector table's binding, which may be absent) pair with the
+    table's schemas."""
+    key, action = body[0], body[1] if len(body) > 1 else None
+    ks = texts.get(("key_schema", name), [()])[0]
+    if key != () and not (len(key) == len(ks) and all(
+            0 <= n < (1 << f[2]) and (f[2] > 32 or n & ~f[3] == 0) for n, f in zip(key, ks))):
+        return False
+    if action is None or action[0] in BINDINGS:
+        return len(body) == 1 or (len(action[1]) == 1 and isinstance(action[1][0], int))
+    if action[0] not in {a[0] for a in texts[("table", name)][0][2]}:
+        return False
+    schema = texts[("action_schema", action[0])][0]
+    return len(action[1]) == len(schema[1]) and all(0 <= n < (1 << p[2]) for n, p in zip(action[1], schema[1]))
 
 
 def main(argv):
@@ -53,20 +72,17 @@ def main(argv):
                 schema = texts[("action_schema", name)][0]
                 ok = v[0] == name and len(v[1]) == len(schema[1]) and all(
                     0 <= n < (1 << p[2]) for n, p in zip(v[1], schema[1]))
-            elif kind == "entry":
-                key, action = v[0]
-                prio, word = v[1]
-                ks = texts.get(("key_schema", name), [()])[0]
-                ok = word is True and isinstance(prio, int) and (key == () or len(key) == len(ks))
-                ok = ok and action[0] in {a[0] for a in texts[("table", name)][0][2]}
-                if ok and key != ():
-                    ok = all(0 <= n < (1 << f[2]) and (f[2] > 32 or n & ~f[3] == 0) for n, f in zip(key, ks))
-                if ok:
-                    schema = texts[("action_schema", action[0])][0]
-                    ok = len(action[1]) == len(schema[1]) and all(
-                        0 <= n < (1 << p[2]) for n, p in zip(action[1], schema[1]))
-                if ok and len(text_of[(kind, name)]) > 345:
-                    failures.append("entry %s: longer than any entry text may be" % name)
+            elif kind in ("entry", "plcmt"):
+                if kind == "entry":
+                    body, tail = v
+                    ok = tail[1] is True and isinstance(tail[0], int)
+                    if ok and len(text_of[(kind, name)]) > 345:
+                        failures.append("entry %s: longer than any entry text may be" % name)
+                else:
+                    # A placement datum's text is the body of the entry's text read from the driver.
+                    body = v
+                    ok = texts[("entry", name)][0][0] == body
+                ok = ok and entry_body_pairs(texts, name, body)
             else:  # table or profile
                 ok = isinstance(v, tuple)
                 if ok and len(v) == 3 and isinstance(v[0], tuple) and v[0][1:2] == ("mat",):

@@ -9,25 +9,12 @@
 #include <gtest/gtest.h>
 
 #include "drv/model.h"
+#include "test_support.h"
 #include "text_cases.h"
 
 namespace {
 
-// The lines a printer writes, read back from a temporary file.
-std::string printed(const std::function<int(int)> &print, int *returned) {
-  FILE *f = std::tmpfile();
-  if (f == nullptr) {
-    ADD_FAILURE() << "no temporary file";
-    return "";
-  }
-  *returned = print(fileno(f));
-  std::string out;
-  char chunk[4096];
-  lseek(fileno(f), 0, SEEK_SET);
-  for (ssize_t n; (n = read(fileno(f), chunk, sizeof chunk)) > 0;) out.append(chunk, size_t(n));
-  std::fclose(f);
-  return out;
-}
+using cvtest::printed;
 
 class Check : public TextCheck {
  public:

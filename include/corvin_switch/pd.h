@@ -11,6 +11,7 @@
 #include "corvin_switch/pd_profiles.h" /* generated from the catalog */
 #include "corvin_switch/pd_resources.h" /* generated from the catalog */
 #include "corvin_switch/pd_generic.h"
+#include "corvin_switch/pd_labels.h"
 #include "corvin_switch/pd_reflection.h" /* generated from the catalog */
 
 #ifdef __cplusplus

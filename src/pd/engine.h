@@ -1,6 +1,7 @@
 // Everything the generated glue calls: one engine function per family.
 #pragma once
 
+#include "placement.h"
 #include "profile.h"
 #include "resources.h"
 #include "table_add.h"

@@ -281,27 +281,33 @@ CV_INLINE void decode_member_params(const uint8_t *image, uint8_t *rec, std::ind
   (get_field<A.params[I].width>(rec + A.params[I].member_off, image + Act<A>::template image_off<I>()), ...);
 }
 
-template <const ProfileDesc &P, const MemberDesc &M>
-// The tag, and the parameters of an action that has them.
+// The tag, and the parameters of an action that has them; with Res, the member's resource words
+// are read from the profile's state first, and by rule not used.
+template <const ProfileDesc &P, const MemberDesc &M, bool Res = true>
 CV_INLINE void read_member(uint32_t dev, p4_pd_mbr_hdl_t mbr, const uint8_t *image,
                            p4_pd_corvin_switch_action_spec_t *out) {
   constexpr const ActionDesc &A = *M.action;
   out->name = static_cast<p4_pd_corvin_switch_action_enum_t>(A.number);
   if constexpr (A.nparams != 0) {
-    // The state's resource words are read, and by rule not used.
-    uint32_t res_hdl = 0, res_idx = 0;
-    p4_pd_ms_mbr_get_res(state<P>(), dev, mbr, &res_hdl, &res_idx);
+    if constexpr (Res) {
+      uint32_t res_hdl = 0, res_idx = 0;
+      p4_pd_ms_mbr_get_res(state<P>(), dev, mbr, &res_hdl, &res_idx);
+    }
     decode_member_params<*M.action>(image, reinterpret_cast<uint8_t *>(&out->u),
                                     std::make_index_sequence<M.action->nparams>{});
   }
 }
 
-// Finds the member action of a handle read back and reads it; false for a handle of no member action
-// of the profile.
-template <const ProfileDesc &P, size_t... I>
-CV_INLINE bool read_member_of(pipe_act_fn_hdl_t act, uint32_t dev, p4_pd_mbr_hdl_t mbr, const uint8_t *image,
-                              p4_pd_corvin_switch_action_spec_t *out, std::index_sequence<I...>) {
-  return ((act == P.members[I]->handle ? (read_member<P, *P.members[I]>(dev, mbr, image, out), true) : false) || ...);
+// Finds the member action of a handle read back and runs `on_member(MemberDesc)` for it; false for
+// a handle of no member action of the profile.
+template <const ProfileDesc &P, class F, size_t... I>
+CV_INLINE bool dispatch_member(uint32_t handle, F &&on_member, std::index_sequence<I...>) {
+  return ((handle == P.members[I]->handle ? (on_member.template operator()<*P.members[I]>(), true) : false) || ...);
+}
+
+template <const ProfileDesc &P, class F>
+CV_INLINE bool dispatch_member(uint32_t handle, F &&on_member) {
+  return dispatch_member<P>(handle, on_member, std::make_index_sequence<P.nmembers>{});
 }
 
 // One member, as the driver holds it: its action comes from the driver, not from the state, so this
@@ -318,7 +324,7 @@ inline p4_pd_status_t get_member(const char *function, p4_pd_sess_hdl_t, uint32_
   pipe_act_fn_hdl_t act = 0;
   pipe_status_t st = pipe_mgr_get_action_data_entry(P.adt_handle, all_pipes(dev), mbr, &data, &act, from_hw != 0);
   if (st != 0) return static_cast<p4_pd_status_t>(st);
-  bool known = read_member_of<P>(act, dev, mbr, image, out, std::make_index_sequence<P.nmembers>{});
+  bool known = dispatch_member<P>(act, [&]<const MemberDesc &M>() { read_member<P, M>(dev, mbr, image, out); });
   return known ? 0 : CV_SOFT_ASSERT(Soft::null_pointer, function);
 }
 

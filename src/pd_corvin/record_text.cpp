@@ -14,27 +14,7 @@
 namespace cv::pd {
 namespace {
 
-__attribute__((always_inline)) inline uint32_t load(const void *rec, uint16_t off, uint8_t bytes) {
-  const uint8_t *p = static_cast<const uint8_t *>(rec) + off;
-  switch (bytes) {
-    case 1:
-      return *p;
-    case 2: {
-      uint16_t v;
-      std::memcpy(&v, p, 2);
-      return v;
-    }
-    default: {
-      uint32_t v;
-      std::memcpy(&v, p, 4);
-      return v;
-    }
-  }
-}
-
 int digits(uint16_t width) { return (width + 3) / 4; }
-
-uint32_t width_mask(uint16_t width) { return width >= 32 ? 0xFFFFFFFFu : (1u << width) - 1; }
 
 const uint8_t *wide_member(const void *rec, uint16_t off) { return static_cast<const uint8_t *>(rec) + off; }
 
@@ -132,6 +112,12 @@ int put_decimal(char *out, int32_t value) {
 
 }  // namespace
 
+const TextAction *find_action(const TextAction *const *actions, uint8_t n, uint32_t number) {
+  for (uint8_t i = 0; i < n; ++i)
+    if (actions[i]->number == number) return actions[i];
+  return nullptr;
+}
+
 // ( 0x..,0x..,),
 int write_key_value(const TextTable &t, const void *rec, char *buf) {
   int n = put(buf, "( ");
@@ -142,11 +128,11 @@ int write_key_value(const TextTable &t, const void *rec, char *buf) {
       if (f.match == Match::ternary) n += decodev(buf + n, wide_member(rec, f.aux_off));
     } else {
       uint32_t slice = static_cast<uint32_t>(f.slice_lo);
-      n += put_number(buf + n, load(rec, f.value_off, f.member_bytes) & slice, digits(f.width));
+      n += put_number(buf + n, load_member(rec, f.value_off, f.member_bytes) & slice, digits(f.width));
       if (f.match == Match::ternary)
-        n += put_number(buf + n, load(rec, f.aux_off, f.member_bytes) & slice, digits(f.width));
+        n += put_number(buf + n, load_member(rec, f.aux_off, f.member_bytes) & slice, digits(f.width));
     }
-    if (f.match == Match::lpm) n += put_number(buf + n, load(rec, f.aux_off, 2), 4);
+    if (f.match == Match::lpm) n += put_number(buf + n, load_member(rec, f.aux_off, 2), 4);
   }
   n += put(buf + n, "),");
   buf[n] = '\0';
@@ -160,7 +146,7 @@ int write_action_value(const TextAction &a, const void *params, char *buf) {
   n += put(buf + n, "',(");
   for (uint8_t i = 0; i < a.nparams; ++i) {
     const TextParam &p = a.params[i];
-    n += put_number(buf + n, load(params, p.member_off, p.member_bytes) & width_mask(p.width), digits(p.width));
+    n += put_number(buf + n, load_member(params, p.member_off, p.member_bytes) & width_mask(p.width), digits(p.width));
   }
   n += put(buf + n, ")),");
   buf[n] = '\0';
@@ -178,9 +164,23 @@ int write_entry_body(const TextTable &t, const char *function, const void *key, 
     }
     return n;
   }
-  for (uint8_t i = 0; i < t.nactions; ++i)
-    if (t.actions[i]->number == a.number) return n + write_action_value(*t.actions[i], a.params, buf + n);
-  CV_HARD_ASSERT("false && \"unknown action\"", function);
+  const TextAction *act = find_action(t.actions, t.nactions, a.number);
+  if (act == nullptr) CV_HARD_ASSERT("false && \"unknown action\"", function);
+  return n + write_action_value(*act, a.params, buf + n);
+}
+
+int write_datum_value(const TextTable &t, const char *function, const void *key, const EntryAction &a, char *buf) {
+  int n = put(buf, "(");
+  n += write_entry_body(t, function, key, a, buf + n);
+  buf[n++] = ')';
+  buf[n] = '\0';
+  return n;
+}
+
+int write_member_value(const TextProfile &p, const char *function, uint32_t number, const void *params, char *buf) {
+  const TextAction *a = find_action(p.actions, p.nactions, number);
+  if (a == nullptr) CV_HARD_ASSERT("NULL", function);
+  return write_action_value(*a, params, buf);
 }
 
 int write_entry_value(const TextTable &t, const char *function, const void *key, const EntryAction &a,
@@ -206,20 +206,20 @@ int print_key(const TextTable &t, int fd, int indent, const void *rec) {
         r = dprintf(fd, "%*c %s_mask: 0x%s\n", indent, ' ', f.name, decode(wide_member(rec, f.aux_off)));
     } else {
       uint32_t slice = static_cast<uint32_t>(f.slice_lo);
-      uint32_t v = load(rec, f.value_off, f.member_bytes) & slice;
+      uint32_t v = load_member(rec, f.value_off, f.member_bytes) & slice;
       if (is_slice(f))
         r = dprintf(fd, "%*c %s mask 0x%x: 0x%0*x\n", indent, ' ', f.name, slice, digits(f.width), v);
       else
         r = dprintf(fd, "%*c %s: 0x%0*x\n", indent, ' ', f.name, digits(f.width), v);
       if (f.match == Match::ternary) {
-        uint32_t m = load(rec, f.aux_off, f.member_bytes) & slice;
+        uint32_t m = load_member(rec, f.aux_off, f.member_bytes) & slice;
         if (is_slice(f))
           r = dprintf(fd, "%*c %s_mask mask 0x%x: 0x%0*x\n", indent, ' ', f.name, slice, digits(f.width), m);
         else
           r = dprintf(fd, "%*c %s_mask: 0x%0*x\n", indent, ' ', f.name, digits(f.width), m);
       }
     }
-    if (f.match == Match::lpm) r = dprintf(fd, "%*c %s_prefix_length: 0x%04x\n", indent, ' ', f.name, load(rec, f.aux_off, 2));
+    if (f.match == Match::lpm) r = dprintf(fd, "%*c %s_prefix_length: 0x%04x\n", indent, ' ', f.name, load_member(rec, f.aux_off, 2));
   }
   return r;
 }
@@ -229,9 +229,35 @@ int print_params(const TextAction &a, int fd, int indent, const void *params) {
   for (uint8_t i = 0; i < a.nparams; ++i) {
     const TextParam &p = a.params[i];
     r = dprintf(fd, "%*c action_%s: 0x%0*x\n", indent, ' ', p.name, digits(p.width),
-                load(params, p.member_off, p.member_bytes) & width_mask(p.width));
+                load_member(params, p.member_off, p.member_bytes) & width_mask(p.width));
   }
   return r;
+}
+
+// An action's heading and its parameters' lines.
+static int print_action(const TextAction &a, int fd, int indent, const void *params) {
+  int r = dprintf(fd, "%*s%s:\n", indent, "", p4_pd_corvin_switch_action_enum_to_string(
+                                                   static_cast<p4_pd_corvin_switch_action_enum_t>(a.number)));
+  return a.nparams ? print_params(a, fd, indent, params) : r;
+}
+
+int print_datum(const TextTable &t, const char *function, int fd, int indent, const void *key, const EntryAction &a) {
+  if (t.nfields == 0)
+    dprintf(fd, "%*sp4_pd_corvin_switch_%s:\n", indent, "", t.name);
+  else if (key)
+    print_key(t, fd, indent, key);
+  if (a.bound) return 0;  // the member or group is the profile's to show
+  const TextAction *act = find_action(t.actions, t.nactions, a.number);
+  if (act == nullptr) CV_HARD_ASSERT("NULL", function);
+  print_action(*act, fd, indent, a.params);
+  return 0;
+}
+
+void print_member(const TextProfile &p, const char *function, int fd, int indent, uint32_t number,
+                  const void *params) {
+  const TextAction *a = find_action(p.actions, p.nactions, number);
+  if (a == nullptr) CV_HARD_ASSERT("NULL", function);
+  print_action(*a, fd, indent, params);
 }
 
 }  // namespace cv::pd

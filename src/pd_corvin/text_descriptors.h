@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 
 #include "descriptors.h"
 
@@ -62,5 +63,27 @@ struct TextProfile {
   uint8_t nactions;
   const TextAction *const *actions;
 };
+
+// A record member of up to 32 bits (1, 2 or 4 bytes) at an offset of a record, as a number.
+__attribute__((always_inline)) inline uint32_t load_member(const void *rec, uint16_t off, uint8_t bytes) {
+  const uint8_t *p = static_cast<const uint8_t *>(rec) + off;
+  switch (bytes) {
+    case 1:
+      return *p;
+    case 2: {
+      uint16_t v;
+      std::memcpy(&v, p, 2);
+      return v;
+    }
+    default: {
+      uint32_t v;
+      std::memcpy(&v, p, 4);
+      return v;
+    }
+  }
+}
+
+// The ones of a field or parameter of a width.
+inline uint32_t width_mask(uint16_t width) { return width >= 32 ? 0xFFFFFFFFu : (1u << width) - 1; }
 
 }  // namespace cv::pd
