@@ -172,6 +172,7 @@ p4_pd_status_t decode_entry(void *datum, EntryOf<X, Decode, 1> &e) {
       st = Decode(datum, &e.key, &e.priority, &e.spec, &e.is_default);
     else
       st = Decode(datum, &e.key, &e.spec, &e.is_default);
+    if (st != 0) return st;  // the record is as it was: uninitialised
     e.action.number = e.spec.name;
     e.action.params = &e.spec.u;
   }
