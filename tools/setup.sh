@@ -7,7 +7,7 @@ set -euo pipefail
 SUDO=""
 [ "$(id -u)" -eq 0 ] || SUDO="sudo"
 export DEBIAN_FRONTEND=noninteractive
-packages=(build-essential g++-multilib cmake python3 binutils
+packages=(build-essential g++-multilib cmake python3 binutils pkgconf
           libcjson-dev libgtest-dev libbenchmark-dev
           libcjson-dev:i386 libgtest-dev:i386 libbenchmark-dev:i386)
 if ! dpkg --print-foreign-architectures | grep -qx i386; then
