@@ -120,23 +120,25 @@ const TextAction *find_action(const TextAction *const *actions, uint8_t n, uint3
 
 // ( 0x..,0x..,),
 int write_key_value(const TextTable &t, const void *rec, char *buf) {
-  int n = put(buf, "( ");
-  for (uint8_t i = 0; i < t.nfields; ++i) {
-    const TextField &f = t.fields[i];
-    if (f.width > 32) {
-      n += decodev(buf + n, wide_member(rec, f.value_off));
-      if (f.match == Match::ternary) n += decodev(buf + n, wide_member(rec, f.aux_off));
+  char *o = buf;
+  *o++ = '(';
+  *o++ = ' ';
+  for (const TextField *f = t.fields, *end = t.fields + t.nfields; f != end; ++f) {
+    if (f->width > 32) {
+      o += decodev(o, wide_member(rec, f->value_off));
+      if (f->match == Match::ternary) o += decodev(o, wide_member(rec, f->aux_off));
     } else {
-      uint32_t slice = static_cast<uint32_t>(f.slice_lo);
-      n += put_number(buf + n, load_member(rec, f.value_off, f.member_bytes) & slice, digits(f.width));
-      if (f.match == Match::ternary)
-        n += put_number(buf + n, load_member(rec, f.aux_off, f.member_bytes) & slice, digits(f.width));
+      const uint32_t slice = static_cast<uint32_t>(f->slice_lo);
+      const int d = digits(f->width);
+      o += put_number(o, load_member(rec, f->value_off, f->member_bytes) & slice, d);
+      if (f->match == Match::ternary) o += put_number(o, load_member(rec, f->aux_off, f->member_bytes) & slice, d);
     }
-    if (f.match == Match::lpm) n += put_number(buf + n, load_member(rec, f.aux_off, 2), 4);
+    if (f->match == Match::lpm) o += put_number(o, load_member(rec, f->aux_off, 2), 4);
   }
-  n += put(buf + n, "),");
-  buf[n] = '\0';
-  return n;
+  *o++ = ')';
+  *o++ = ',';
+  *o = '\0';
+  return static_cast<int>(o - buf);
 }
 
 // ('name',(0x..,)),   or, without parameters, ('name',()),
