@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
 # Installs what the build needs on a Debian machine: the compiler with its 32-bit multilib, CMake,
-# Python, and cJSON, GoogleTest and Google Benchmark for both x86-64 and i386. The sanitizer
-# runtimes of the sanitizer leg (libasan8, libubsan1, liblsan0) come with the compiler: gcc-12 needs
-# libgcc-12-dev, which needs them.
+# Python, Doxygen for the reference documentation, and cJSON, GoogleTest and Google Benchmark for
+# both x86-64 and i386. The sanitizer runtimes of the sanitizer leg (libasan8, libubsan1, liblsan0)
+# come with the compiler: gcc-12 needs libgcc-12-dev, which needs them.
 set -euo pipefail
 SUDO=""
 [ "$(id -u)" -eq 0 ] || SUDO="sudo"
 export DEBIAN_FRONTEND=noninteractive
-packages=(build-essential g++-multilib cmake python3 binutils pkgconf
+packages=(build-essential g++-multilib cmake python3 binutils pkgconf doxygen
           libcjson-dev libgtest-dev libbenchmark-dev
           libcjson-dev:i386 libgtest-dev:i386 libbenchmark-dev:i386)
 if ! dpkg --print-foreign-architectures | grep -qx i386; then

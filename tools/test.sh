@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Builds each leg (tools/build.sh: x86_64, i386, asan) and runs all its tests (ctest). A leg that
-# fails to build or to pass does not stop the others; the script then names each failed leg and
-# exits non-zero. CV_LEGS, CV_BUILD_DIR and CV_JOBS as for tools/build.sh.
+# Builds each leg (tools/build.sh: x86_64, i386, asan) and runs all its tests (ctest), then builds
+# the reference documentation once (tools/docs.sh, into <build dir>/docs). A leg that fails to build
+# or to pass does not stop the others; the script then names each failed leg (or docs) and exits
+# non-zero. CV_LEGS, CV_BUILD_DIR and CV_JOBS as for tools/build.sh.
 set -uo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 dir=${CV_BUILD_DIR:-$root/build}
@@ -21,6 +22,12 @@ for leg in ${CV_LEGS:-x86_64 i386 asan}; do
   fi
   echo "== $leg: $((SECONDS - start)) s"
 done
+# The reference documentation, once: Doxygen warnings are errors (tools/docs.sh).
+echo "== docs"
+if ! CV_DOCS_DIR=${CV_DOCS_DIR:-$dir/docs} "$root/tools/docs.sh"; then
+  echo "== docs: FAILED" >&2
+  failed+=("docs")
+fi
 if [ ${#failed[@]} -ne 0 ]; then
   echo "FAILED legs: ${failed[*]}" >&2
   exit 1
