@@ -16,6 +16,7 @@ import sys
 
 import catalog as cat_mod
 import families
+import layout
 from catalog import PREFIX
 from families import key_record, param_record
 
@@ -486,6 +487,8 @@ def main(argv):
     write(os.path.join(src, "catalog_text.h"), emit_text_descriptors(c))
     write(os.path.join(src, "catalog_labels.h"), emit_label_descriptors(c))
     write(os.path.join(src, "dispatch.cpp"), emit_dispatch(c))
+    # The C layouts of the records and the argument lists, for clients without a C compiler.
+    write(os.path.join(args.outdir, "share", "corvin_switch", "layout.json"), layout.text(c))
     # Each subject's exports of a layer in one glue file; subjects spread over the layer's files for a
     # parallel build.
     for layer, stem, count in (("pd", "glue", args.glue_files), ("pd_corvin", "corvin_glue", args.corvin_glue_files)):
