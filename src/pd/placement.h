@@ -12,6 +12,21 @@ namespace cv::pd {
 inline constexpr uint32_t kStatusUnknownPlacedAction = 3;
 inline constexpr uint16_t kPlacedImageBytes = 56;
 
+// The zeroed action record a placement decoder hands the driver, pointing at its zeroed image.
+struct PlacedAction {
+  pipe_action_spec_t as;
+  uint8_t image[kPlacedImageBytes];
+  pipe_act_fn_hdl_t act = 0;
+
+  CV_INLINE PlacedAction() {
+    std::memset(&as, 0, sizeof as);
+    std::memset(image, 0, sizeof image);
+    as.act_data.action_data_bytes = image;
+  }
+  PlacedAction(const PlacedAction &) = delete;
+  PlacedAction &operator=(const PlacedAction &) = delete;
+};
+
 template <const TableDesc &T>
 CV_INLINE p4_pd_status_t get_plcmt_data(uint32_t dev, void **out) {
   return static_cast<p4_pd_status_t>(pipe_mgr_plcmt_mat_data_get(dev, out, T.handle));
@@ -44,13 +59,9 @@ inline p4_pd_status_t get_entry_from_plcmt_data(const char *function, const void
   std::memset(mask, 0, sizeof mask);
   ms.match_value_bytes = value;
   ms.match_mask_bytes = mask;
-  pipe_action_spec_t as;
-  std::memset(&as, 0, sizeof as);
-  uint8_t image[kPlacedImageBytes];
-  std::memset(image, 0, sizeof image);
-  as.act_data.action_data_bytes = image;
-  pipe_act_fn_hdl_t act = 0;
-  pipe_status_t st = pipe_mgr_plcmt_mat_data_get_entry(datum, &ms, &as, &act);
+  PlacedAction a;
+  const pipe_action_spec_t &as = a.as;
+  pipe_status_t st = pipe_mgr_plcmt_mat_data_get_entry(datum, &ms, &a.as, &a.act);
   if (st != 0) return static_cast<p4_pd_status_t>(st);
 
   if constexpr (T.record_size != 0)
@@ -64,7 +75,7 @@ inline p4_pd_status_t get_entry_from_plcmt_data(const char *function, const void
     ResPair *list = nullptr;
     int count = 0;
     build_pd_res_spec(as, &list, &count);
-    bool known = dispatch_action<T>(act, [&]<const TableActionDesc &U>() {
+    bool known = dispatch_action<T>(a.act, [&]<const TableActionDesc &U>() {
       constexpr const ActionDesc &A = *U.action;
       spec->name = static_cast<p4_pd_corvin_switch_action_enum_t>(A.number);
       if constexpr (A.nparams) unbuild_action_spec<A>(as.act_data, list, count, &spec->u);
@@ -83,14 +94,10 @@ inline p4_pd_status_t get_entry_from_plcmt_data(const char *function, const void
 template <const ProfileDesc &P, bool Full>
 inline p4_pd_status_t member_from_plcmt_data(const char *function, uint32_t dev, p4_pd_mbr_hdl_t mbr,
                                              const void *datum, p4_pd_corvin_switch_action_spec_t *out) {
-  pipe_action_spec_t as;
-  std::memset(&as, 0, sizeof as);
-  uint8_t image[kPlacedImageBytes];
-  std::memset(image, 0, sizeof image);
-  as.act_data.action_data_bytes = image;
-  pipe_act_fn_hdl_t act = 0;
-  pipe_status_t st = pipe_mgr_plcmt_adt_data_get_entry(datum, &as, &act);
-  bool known = dispatch_member<P>(act, [&]<const MemberDesc &M>() { read_member<P, M, Full>(dev, mbr, image, out); });
+  PlacedAction a;
+  pipe_status_t st = pipe_mgr_plcmt_adt_data_get_entry(datum, &a.as, &a.act);
+  bool known =
+      dispatch_member<P>(a.act, [&]<const MemberDesc &M>() { read_member<P, M, Full>(dev, mbr, a.image, out); });
   if (!known) return CV_SOFT_ASSERT(Soft::null_pointer, function);
   return static_cast<p4_pd_status_t>(st);
 }
