@@ -7,7 +7,7 @@ set -euo pipefail
 SUDO=""
 [ "$(id -u)" -eq 0 ] || SUDO="sudo"
 export DEBIAN_FRONTEND=noninteractive
-packages=(build-essential g++-multilib cmake python3 python3-setuptools python3-wheel python3-venv binutils pkgconf doxygen
+packages=(build-essential g++-multilib cmake python3 python3-setuptools python3-wheel python3-venv binutils pkgconf doxygen libedit-dev
           libcjson-dev libgtest-dev libbenchmark-dev
           libcjson-dev:i386 libgtest-dev:i386 libbenchmark-dev:i386)
 if ! dpkg --print-foreign-architectures | grep -qx i386; then
