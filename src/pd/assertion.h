@@ -22,6 +22,9 @@ inline constexpr uint32_t kStatusInconsistent = 15;
 inline constexpr uint32_t kStatusNoMemory = 2;
 
 // In debug mode: logs a backtrace and ends the process. Otherwise logs one line and returns 15.
+// Called from the export's own frame: an engine function that asserts is always inlined into its
+// export. The generated glue carries no unwind tables (src/CMakeLists.txt), so the backtrace goes up
+// to the export that asserted and stops there.
 uint32_t soft_assert(Soft which, const char *file, int line, const char *function);
 
 // Ends the process at once through the process's assertion handler.

@@ -56,7 +56,7 @@ using ResPair = p4_pd_res_spec_t;
 // The resources of a read-back action record whose tag says the action uses them. The list comes
 // from bf_sys_calloc and the caller frees it by bf_sys_free when it is not null; it stays as the
 // caller set it when the record names no resource.
-inline void build_pd_res_spec(const pipe_action_spec_t &as, ResPair **list, int *count) {
+CV_SHARED void build_pd_res_spec(const pipe_action_spec_t &as, ResPair **list, int *count) {
   if (as.resource_count == 0) {
     *count = 0;
     return;
@@ -163,7 +163,7 @@ struct Unact {
 // Clears a parameter record and decodes the action image (and, for an index-bearing parameter, the
 // resource list) into it.
 template <const ActionDesc &A>
-CV_INLINE void unbuild_action_spec(const pipe_action_data_spec_t &data, const ResPair *list, int count,
+CV_SHARED void unbuild_action_spec(const pipe_action_data_spec_t &data, const ResPair *list, int count,
                                    void *params) {
   Unact<A>::run(data, list, count, static_cast<uint8_t *>(params), std::make_index_sequence<A.nparams>{});
 }

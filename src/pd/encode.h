@@ -16,6 +16,10 @@ extern "C" {
 }
 
 #define CV_INLINE inline __attribute__((always_inline))
+// The steps that every export of a table or an action repeats (encoding a key, decoding a key or an
+// action's parameters): one copy per table or action, called, instead of one per export inlined.
+// Still specialised on the descriptors; never cloned per caller, which would undo the sharing.
+#define CV_SHARED inline __attribute__((noinline, noclone))
 
 namespace cv::pd {
 
@@ -188,7 +192,7 @@ struct Key {
 
 // Fills a driver match record from a key record. `value` and `mask` have Key<T>::kBuf bytes.
 template <const TableDesc &T>
-CV_INLINE void build_match_spec(pipe_tbl_match_spec_t &ms, uint8_t *value, uint8_t *mask, const void *key,
+CV_SHARED void build_match_spec(pipe_tbl_match_spec_t &ms, uint8_t *value, uint8_t *mask, const void *key,
                                 uint32_t priority) {
   Key<T>::build(ms, value, mask, static_cast<const uint8_t *>(key), priority,
                 std::make_index_sequence<T.nfields>{});

@@ -47,7 +47,7 @@ CV_INLINE p4_pd_status_t sel_get_plcmt_data(uint32_t dev, void **out) {
 // or group it binds to (a table of a profile: outputs of a binding of neither kind stay as they
 // were). A refusal of the driver returns at once with nothing written.
 template <const TableDesc &T>
-inline p4_pd_status_t get_entry_from_plcmt_data(const char *function, const void *datum, void *key,
+CV_INLINE p4_pd_status_t get_entry_from_plcmt_data(const char *function, const void *datum, void *key,
                                                 uint32_t *priority, p4_pd_corvin_switch_action_spec_t *spec,
                                                 p4_pd_mbr_hdl_t *mbr, p4_pd_grp_hdl_t *grp, uint8_t *is_mbr,
                                                 uint8_t *is_grp, uint8_t *is_default) {
@@ -92,7 +92,7 @@ inline p4_pd_status_t get_entry_from_plcmt_data(const char *function, const void
 // the profile (15 after the soft assertion). With `Full`, the member's resource words are read
 // from the profile's state first (a state not made yet refuses the read), and not used.
 template <const ProfileDesc &P, bool Full>
-inline p4_pd_status_t member_from_plcmt_data(const char *function, uint32_t dev, p4_pd_mbr_hdl_t mbr,
+CV_INLINE p4_pd_status_t member_from_plcmt_data(const char *function, uint32_t dev, p4_pd_mbr_hdl_t mbr,
                                              const void *datum, p4_pd_corvin_switch_action_spec_t *out) {
   PlacedAction a;
   pipe_status_t st = pipe_mgr_plcmt_adt_data_get_entry(datum, &a.as, &a.act);

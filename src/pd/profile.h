@@ -314,7 +314,7 @@ CV_INLINE bool dispatch_member(uint32_t handle, F &&on_member) {
 // works also for a member the state has lost. An action outside the profile's takes the soft
 // assertion, with the record untouched.
 template <const ProfileDesc &P>
-inline p4_pd_status_t get_member(const char *function, p4_pd_sess_hdl_t, uint32_t dev, p4_pd_mbr_hdl_t mbr,
+CV_INLINE p4_pd_status_t get_member(const char *function, p4_pd_sess_hdl_t, uint32_t dev, p4_pd_mbr_hdl_t mbr,
                                  uint8_t from_hw, p4_pd_corvin_switch_action_spec_t *out) {
   uint8_t image[kMemberReadBackBytes];
   std::memset(image, 0, sizeof image);

@@ -153,7 +153,7 @@ CV_INLINE p4_pd_status_t profile_table_get_default_entry(p4_pd_sess_hdl_t sess, 
 // default entry (no value image) clears the key record. Writes the default flag and, for a
 // ternary table, the priority.
 template <const TableDesc &T>
-CV_INLINE void read_key(const pipe_tbl_match_spec_t &ms, void *key, uint32_t *priority, uint8_t *is_default) {
+CV_SHARED void read_key(const pipe_tbl_match_spec_t &ms, void *key, uint32_t *priority, uint8_t *is_default) {
   bool dflt = ms.match_value_bytes == nullptr || ms.num_match_bytes == 0;
   *is_default = dflt ? 1 : 0;
   if constexpr (T.record_size != 0) {
