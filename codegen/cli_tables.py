@@ -12,11 +12,11 @@ changes the thunks with it; an argument this module does not know stops the buil
     cli_tables.py CATALOG OUT.cpp
 """
 
-import os
 import sys
 
 import catalog as cat_mod
 import families
+from output import write
 from catalog import PREFIX
 from families import key_record, param_record
 
@@ -204,15 +204,7 @@ def main(argv):
         print("%s: %s" % (argv[0], e), file=sys.stderr)
         return 1
     body = emit(c)
-    os.makedirs(os.path.dirname(os.path.abspath(argv[1])), exist_ok=True)
-    try:
-        with open(argv[1]) as f:
-            if f.read() == body:
-                return 0
-    except FileNotFoundError:
-        pass
-    with open(argv[1], "w") as f:
-        f.write(body)
+    write(argv[1], body)
     return 0
 
 

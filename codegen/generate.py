@@ -17,6 +17,7 @@ import sys
 import catalog as cat_mod
 import families
 import layout
+from output import write
 from catalog import PREFIX
 from families import key_record, param_record
 
@@ -403,18 +404,6 @@ def emit_action_names(c):
             "// user rewrites an element of the exported array.\n"
             "const char *const kActionNameTexts[kActionCount] = {\n    %s};\n}  // namespace cv::pd\n"
             % (PREFIX, len(c.actions), names, names))
-
-
-def write(path, text):
-    os.makedirs(os.path.dirname(path), exist_ok=True)
-    try:
-        with open(path) as f:
-            if f.read() == text:
-                return  # unchanged: keep the timestamp, spare the rebuild
-    except FileNotFoundError:
-        pass
-    with open(path, "w") as f:
-        f.write(text)
 
 
 def dump(c, name):

@@ -30,11 +30,11 @@ headers on each ABI, so that the file and the headers cannot drift apart.
 """
 
 import json
-import os
 import sys
 
 import catalog as cat_mod
 import families
+from output import write
 from catalog import PREFIX
 
 FORMAT = 1
@@ -240,16 +240,8 @@ def main(argv):
     except cat_mod.CatalogError as e:
         print("%s: %s" % (argv[0], e), file=sys.stderr)
         return 1
-    os.makedirs(os.path.dirname(os.path.abspath(argv[1])), exist_ok=True)
     body = text(c)
-    try:
-        with open(argv[1]) as f:
-            if f.read() == body:
-                return 0
-    except FileNotFoundError:
-        pass
-    with open(argv[1], "w") as f:
-        f.write(body)
+    write(argv[1], body)
     return 0
 
 

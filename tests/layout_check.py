@@ -11,6 +11,9 @@ import json
 import os
 import sys
 
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "codegen"))
+from output import write  # noqa: E402
+
 
 def c_function_type(fn):
     args = ", ".join(t for t, _ in fn["args"]) or "void"
@@ -74,15 +77,7 @@ def main(argv):
     with open(argv[0]) as f:
         layout = json.load(f)
     text = emit(layout)
-    os.makedirs(os.path.dirname(os.path.abspath(argv[1])), exist_ok=True)
-    try:
-        with open(argv[1]) as f:
-            if f.read() == text:
-                return 0
-    except FileNotFoundError:
-        pass
-    with open(argv[1], "w") as f:
-        f.write(text)
+    write(argv[1], text)
     return 0
 
 
