@@ -511,6 +511,44 @@ void Console::driver_error(const std::string &function, p4_pd_status_t status) c
 
 // ---- Requests ----
 
+template <class Where, class Positional, class Surplus, class On>
+void Console::walk_values(const ValueNames &n, const Args &tokens, const ValueNouns &nouns, Where where,
+                          Positional positional, Surplus surplus, On on) {
+  size_t next = 0;
+  bool named_seen = false;
+  for (std::string_view tok : tokens) {
+    std::string_view name, value;
+    Target target;
+    if (named(tok, &name, &value)) {
+      auto it = n.names.find(name);
+      if (it == n.names.end()) throw Error(unknown_name(nouns.name, name, where(), n.name_list));
+      target = it->second;
+      named_seen = true;
+    } else {
+      if (named_seen)
+        throw Error(where() + ": " + nouns.positional + " " + quoted(tok) + " stands after a named " + nouns.named +
+                    "; positional values come first");
+      if (next >= n.positions.size()) throw Error(surplus(tok));
+      const Position &p = n.positions[next];
+      name = p.name;
+      value = tok;
+      target = positional(p, int(next));
+      ++next;
+    }
+    on(name, value, target);
+  }
+}
+
+void Console::put_slot(size_t i, const U128 &v, std::string_view given, const std::string &where,
+                       std::string_view name) {
+  Slot &s = slots_[i];
+  if (s.set)
+    throw Error(where + ": " + str(name) + " is given twice, by " + quoted(s.given) + " and by " + quoted(given));
+  s.set = true;
+  s.value = v;
+  s.given = given;
+}
+
 void Console::parse_key(const TableInfo &t, const Args &tokens, uint8_t *record) {
   const TableDesc *d = t.d;
   std::string_view tname = d->name;
@@ -525,13 +563,7 @@ void Console::parse_key(const TableInfo &t, const Args &tokens, uint8_t *record)
   }
   slots_.assign(t.columns.size(), Slot());
   auto put = [&](int column, const U128 &v, std::string_view given) {
-    Slot &s = slots_[size_t(column)];
-    if (s.set)
-      throw Error(where() + ": " + str(t.columns[size_t(column)].name) + " is given twice, by " + quoted(s.given) +
-                  " and by " + quoted(given));
-    s.set = true;
-    s.value = v;
-    s.given = given;
+    put_slot(size_t(column), v, given, where(), t.columns[size_t(column)].name);
   };
   auto composite = [&](std::string_view value, Match m, const What &what) {
     if (value.find("&&&") != std::string_view::npos && m != Match::ternary)
@@ -561,79 +593,68 @@ void Console::parse_key(const TableInfo &t, const Args &tokens, uint8_t *record)
     return n;
   };
 
-  size_t next = 0;
-  bool named_seen = false;
-  for (std::string_view tok : tokens) {
-    std::string_view name, value;
-    Target target;
-    if (named(tok, &name, &value)) {
-      auto it = t.names.find(name);
-      if (it == t.names.end()) throw Error(unknown_name("key field", name, where(), t.name_list));
-      target = it->second;
-      named_seen = true;
-    } else {
-      if (named_seen)
-        throw Error(where() + ": key value " + quoted(tok) + " stands after a named field; positional values come first");
-      if (next >= t.positions.size()) {
+  walk_values(
+      t, tokens, {"key field", "key value", "field"}, where,
+      [&](const Position &p, int index) {
+        return p.station >= 0 ? Target{true, index} : Target{false, t.value_column[size_t(p.field)]};
+      },
+      [&](std::string_view tok) {
         std::vector<std::string> names;
         for (const Position &p : t.positions) names.push_back(str(p.name));
-        throw Error(where() + ": surplus key value " + quoted(tok) + "; the key has " + std::to_string(names.size()) +
-                    (names.size() == 1 ? " field (" : " fields (") + join(names, ", ") + ")");
-      }
-      const Position &p = t.positions[next++];
-      name = p.name;
-      value = tok;
-      target = p.station >= 0 ? Target{true, int(next - 1)} : Target{false, t.value_column[size_t(p.field)]};
-    }
-    What what{tname, name, ""};
-    if (target.pair) {
-      const Position &p = t.positions[size_t(target.index)];
-      const FieldDesc &oui = d->key[p.field], &station = d->key[p.station];
-      composite(value, oui.match, what);
-      std::string_view v = value, m;
-      bool masked = oui.match == Match::ternary && split_ternary(value, what, &v, &m);
-      U128 mac = parse_mac48(v, what);
-      put(t.value_column[size_t(p.field)], mac.shr(24), name);
-      put(t.value_column[size_t(p.station)], U128{0, mac.lo & 0xffffff}, name);
-      if (masked) {
-        U128 mm = parse_mac48(m, What{tname, name, " mask"});
-        put(t.value_column[size_t(p.field)] + 1, mm.shr(24), name);
-        put(t.value_column[size_t(p.station)] + 1, U128{0, mm.lo & 0xffffff}, name);
-      }
-      (void)station;
-      continue;
-    }
-    const Column &col = t.columns[size_t(target.index)];
-    const FieldDesc &f = d->key[col.field];
-    int vc = t.value_column[size_t(col.field)];
-    if (col.role == Role::value) {
-      composite(value, f.match, what);
-      if (f.match == Match::ternary) {
-        std::string_view v, m;
-        bool masked = split_ternary(value, what, &v, &m);
-        put(vc, parse_number(v, f.width, what), name);
-        if (masked) put(vc + 1, parse_number(m, f.width, What{tname, name, " mask"}), name);
-      } else if (f.match == Match::lpm) {
-        size_t slash = value.rfind('/');
-        if (slash != std::string_view::npos) {
-          std::string_view v = value.substr(0, slash), n = trim(value.substr(slash + 1));
-          bool digits = !n.empty() && std::all_of(n.begin(), n.end(), [](char ch) { return ch >= '0' && ch <= '9'; });
-          if (!digits || trim(v).empty())
-            throw Error(what.str() + ": " + quoted(value) + ": ADDRESS/LEN with a decimal length");
-          put(vc, parse_number(v, f.width, what), name);
-          put(vc + 1, prefix_length(f, n, what), name);
-        } else {
-          put(vc, parse_number(value, f.width, what), name);
+        return where() + ": surplus key value " + quoted(tok) + "; the key has " + std::to_string(names.size()) +
+               (names.size() == 1 ? " field (" : " fields (") + join(names, ", ") + ")";
+      },
+      [&](std::string_view name, std::string_view value, Target target) {
+        What what{tname, name, ""};
+        if (target.pair) {
+          const Position &p = t.positions[size_t(target.index)];
+          const FieldDesc &oui = d->key[p.field], &station = d->key[p.station];
+          composite(value, oui.match, what);
+          std::string_view v = value, m;
+          bool masked = oui.match == Match::ternary && split_ternary(value, what, &v, &m);
+          U128 mac = parse_mac48(v, what);
+          put(t.value_column[size_t(p.field)], mac.shr(24), name);
+          put(t.value_column[size_t(p.station)], U128{0, mac.lo & 0xffffff}, name);
+          if (masked) {
+            U128 mm = parse_mac48(m, What{tname, name, " mask"});
+            put(t.value_column[size_t(p.field)] + 1, mm.shr(24), name);
+            put(t.value_column[size_t(p.station)] + 1, U128{0, mm.lo & 0xffffff}, name);
+          }
+          (void)station;
+          return;
         }
-      } else {
-        put(vc, parse_number(value, f.width, what), name);
-      }
-    } else if (col.role == Role::mask) {
-      put(vc + 1, parse_number(value, f.width, what), name);
-    } else {
-      put(vc + 1, prefix_length(f, value, what), name);
-    }
-  }
+        const Column &col = t.columns[size_t(target.index)];
+        const FieldDesc &f = d->key[col.field];
+        int vc = t.value_column[size_t(col.field)];
+        if (col.role == Role::value) {
+          composite(value, f.match, what);
+          if (f.match == Match::ternary) {
+            std::string_view v, m;
+            bool masked = split_ternary(value, what, &v, &m);
+            put(vc, parse_number(v, f.width, what), name);
+            if (masked) put(vc + 1, parse_number(m, f.width, What{tname, name, " mask"}), name);
+          } else if (f.match == Match::lpm) {
+            size_t slash = value.rfind('/');
+            if (slash != std::string_view::npos) {
+              std::string_view v = value.substr(0, slash), n = trim(value.substr(slash + 1));
+              bool digits =
+                  !n.empty() && std::all_of(n.begin(), n.end(), [](char ch) { return ch >= '0' && ch <= '9'; });
+              if (!digits || trim(v).empty())
+                throw Error(what.str() + ": " + quoted(value) + ": ADDRESS/LEN with a decimal length");
+              put(vc, parse_number(v, f.width, what), name);
+              put(vc + 1, prefix_length(f, n, what), name);
+            } else {
+              put(vc, parse_number(value, f.width, what), name);
+            }
+          } else {
+            put(vc, parse_number(value, f.width, what), name);
+          }
+        } else if (col.role == Role::mask) {
+          put(vc + 1, parse_number(value, f.width, what), name);
+        } else {
+          put(vc + 1, prefix_length(f, value, what), name);
+        }
+      });
 
   // What was left out: a ternary field matches anything (or exactly, given without a mask); an
   // lpm field is a whole-width prefix; an exact or lpm field must be given.
@@ -686,29 +707,12 @@ void Console::parse_params(const TableInfo &t, const ActionDesc *a, const Args &
   auto where = [&] { return "table " + str(t.d->name) + ", action " + str(a->name); };
   slots_.assign(a->nparams, Slot());
   auto put = [&](int param, const U128 &v, std::string_view given) {
-    Slot &s = slots_[size_t(param)];
-    if (s.set)
-      throw Error(where() + ": " + str(a->params[param].name) + " is given twice, by " + quoted(s.given) + " and by " +
-                  quoted(given));
-    s.set = true;
-    s.value = v;
-    s.given = given;
+    put_slot(size_t(param), v, given, where(), a->params[param].name);
   };
-  size_t next = 0;
-  bool named_seen = false;
-  for (std::string_view tok : tokens) {
-    std::string_view name, value;
-    Target target;
-    if (named(tok, &name, &value)) {
-      auto it = ai.names.find(name);
-      if (it == ai.names.end()) throw Error(unknown_name("parameter", name, where(), ai.name_list));
-      target = it->second;
-      named_seen = true;
-    } else {
-      if (named_seen)
-        throw Error(where() + ": parameter value " + quoted(tok) +
-                    " stands after a named parameter; positional values come first");
-      if (next >= ai.positions.size()) {
+  walk_values(
+      ai, tokens, {"parameter", "parameter value", "parameter"}, where,
+      [&](const Position &p, int index) { return p.station >= 0 ? Target{true, index} : Target{false, p.field}; },
+      [&](std::string_view tok) {
         std::vector<std::string> names;
         for (const Position &p : ai.positions) names.push_back(str(p.name));
         std::string has = names.empty() ? "takes no parameters"
@@ -719,23 +723,19 @@ void Console::parse_params(const TableInfo &t, const ActionDesc *a, const Args &
           has += ", and the entry's priority is the last value";
         else if (adding)
           has += ", and table " + str(t.d->name) + " is " + t.d->kind + ": its entries have no priority";
-        throw Error(where() + ": surplus value " + quoted(tok) + "; the action " + has);
-      }
-      const Position &p = ai.positions[next++];
-      name = p.name;
-      value = tok;
-      target = p.station >= 0 ? Target{true, int(next - 1)} : Target{false, p.field};
-    }
-    What what{a->name, name, ""};
-    if (target.pair) {
-      const Position &p = ai.positions[size_t(target.index)];
-      U128 mac = parse_mac48(value, what);
-      put(p.field, mac.shr(24), name);
-      put(p.station, U128{0, mac.lo & 0xffffff}, name);
-    } else {
-      put(target.index, parse_number(value, a->params[target.index].width, what), name);
-    }
-  }
+        return where() + ": surplus value " + quoted(tok) + "; the action " + has;
+      },
+      [&](std::string_view name, std::string_view value, Target target) {
+        What what{a->name, name, ""};
+        if (target.pair) {
+          const Position &p = ai.positions[size_t(target.index)];
+          U128 mac = parse_mac48(value, what);
+          put(p.field, mac.shr(24), name);
+          put(p.station, U128{0, mac.lo & 0xffffff}, name);
+        } else {
+          put(target.index, parse_number(value, a->params[target.index].width, what), name);
+        }
+      });
   std::vector<std::string> missing;
   for (int p = 0; p < a->nparams; ++p)
     if (!slots_[size_t(p)].set) missing.push_back(a->params[p].name);

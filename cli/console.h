@@ -62,22 +62,28 @@ class Console {
     bool pair;
     int index;
   };
-  struct TableInfo {
-    const TableDesc *d = nullptr;
-    std::vector<Position> positions;  // the order table_add takes the key in
-    std::vector<Column> columns;      // schema order
-    std::vector<int> value_column;    // per field
+  // The names of a key's or an action's values as people give them.
+  struct ValueNames {
+    std::vector<Position> positions;  // the order the values are taken in
     std::unordered_map<std::string_view, Target> names;
-    std::vector<std::string> name_list;        // every name, for nearest names
-    std::vector<std::string> completions;      // the names people type
+    std::vector<std::string> name_list;    // every name, for nearest names
+    std::vector<std::string> completions;  // the names people type
+  };
+  struct TableInfo : ValueNames {  // Target.index: the column, or the position of a MAC pair
+    const TableDesc *d = nullptr;
+    std::vector<Column> columns;    // schema order
+    std::vector<int> value_column;  // per field
     std::unordered_map<std::string_view, int> actions;  // name: index in d->actions
   };
-  struct ActionInfo {
+  struct ActionInfo : ValueNames {  // Target.index: the parameter, or the position of a MAC pair
     const ActionDesc *d = nullptr;
-    std::vector<Position> positions;
-    std::unordered_map<std::string_view, Target> names;  // Target.index: the parameter, or the position
-    std::vector<std::string> name_list;
-    std::vector<std::string> completions;
+  };
+  // The words of a request's refusals: what a name is ("key field"), what a value by position is
+  // ("key value") and what a value by name is ("field").
+  struct ValueNouns {
+    const char *name;
+    const char *positional;
+    const char *named;
   };
   // One value given for a column or parameter.
   struct Slot {
@@ -126,6 +132,14 @@ class Console {
 
   // Requests: records filled from what was typed; a refusal throws Error before any call.
   void parse_key(const TableInfo &t, const Args &tokens, uint8_t *record);
+  // Each value token with what it stands for: by NAME=VALUE its name's target, otherwise the next
+  // position's, given by `positional(position, index)`; values by position come first. `surplus`
+  // gives the refusal of a value past the last position. Calls `on(name, value, target)`.
+  template <class Where, class Positional, class Surplus, class On>
+  static void walk_values(const ValueNames &n, const Args &tokens, const ValueNouns &nouns, Where where,
+                          Positional positional, Surplus surplus, On on);
+  // Sets slot i to v, as given by `given`; a second value for it is refused, naming it.
+  void put_slot(size_t i, const U128 &v, std::string_view given, const std::string &where, std::string_view name);
   // `adding`: table_add's parameters, which the entry's priority may follow.
   void parse_params(const TableInfo &t, const ActionDesc *a, const Args &tokens, uint8_t *record,
                     bool adding = false);
