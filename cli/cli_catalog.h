@@ -1,6 +1,7 @@
 // The console's descriptors of the catalog: tables, their key fields and actions, actions and
-// their parameters, profiles. codegen/cli_tables.py writes them, with one thunk per export the
-// console calls, into the build tree (cli_tables.cpp); the console is one engine over them.
+// their parameters, profiles, counters, meters, registers, value sets, hashes and digests.
+// codegen/cli_tables.py writes them, with one thunk per export the console calls, into the build
+// tree (cli_tables.cpp); the console is one engine over them.
 #pragma once
 
 #include <cstddef>
@@ -33,6 +34,40 @@ struct Call {
   uint8_t *is_group_out = nullptr;
   p4_pd_mbr_hdl_t *mbr_out = nullptr;
   p4_pd_grp_hdl_t *grp_out = nullptr;
+  void **plcmt_out = nullptr;             // a table's placement list
+  // Profiles: a member or group named, a new group's size, a page of a walk.
+  p4_pd_mbr_hdl_t mbr = 0;
+  p4_pd_grp_hdl_t grp = 0;
+  uint32_t max_grp_size = 0;
+  int n = 0;
+  p4_pd_mbr_hdl_t *mbr_list_out = nullptr;
+  p4_pd_grp_hdl_t *grp_list_out = nullptr;
+  // Resources: a cell by index (an entry's cell by `entry`), read flags, values.
+  uint32_t index = 0;
+  uint32_t flags = 0;
+  p4_pd_counter_value_t counter{};
+  p4_pd_counter_value_t *counter_out = nullptr;
+  uint8_t *bytes_in = nullptr;            // a register value
+  uint8_t *bytes_out = nullptr;           // register values read, or a hash
+  uint32_t bytes_len = 0;                 // ... the hash's size
+  int *value_count_out = nullptr;
+  // Parser value sets.
+  p4_pd_pvs_gress_t gress = 0;
+  uint32_t pipe_id = PD_DEV_PIPE_ALL;
+  uint8_t parser_id = PD_PVS_PARSER_ALL;
+  uint32_t pvs_value = 0, pvs_mask = 0;
+  uint32_t *pvs_value_out = nullptr, *pvs_mask_out = nullptr;
+  p4_pd_pvs_hdl_t pvs = 0;
+  p4_pd_pvs_hdl_t *pvs_out = nullptr;
+  p4_pd_pvs_hdl_t *pvs_list_out = nullptr;
+  // Hashes: fields with their widths.
+  uint32_t attr_count = 0;
+  p4_pd_hash_calc_input_field_attribute_t *attr_list = nullptr;
+  uint32_t *attr_sizes = nullptr;
+  // Digests.
+  p4_pd_digest_notify_cb digest_cb = nullptr;
+  void *cookie = nullptr;
+  p4_pd_digest_msg_t *digest_msg = nullptr;
 };
 using Thunk = p4_pd_status_t (*)(const Call &);
 
@@ -96,14 +131,83 @@ struct TableDesc {
   Thunk reset_default;
   Thunk count;
   Thunk get_default;
+  Thunk plcmt;          // the placement list
+  Thunk key_to_handle;  // the entry of a key (null for a keyless table)
+  // A table bound to a profile: entries and the default entry by member or by group (null for
+  // other tables).
+  Thunk add_member_entry;
+  Thunk add_group_entry;
+  Thunk default_member;
+  Thunk default_group;
+};
+
+// An action of a profile's members.
+struct ProfileActionDesc {
+  const ActionDesc *action;
+  Thunk add;
+  Thunk modify;
 };
 
 struct ProfileDesc {
   const char *name;
   uint32_t handle;      // the action data table's handle
+  uint32_t selector;    // the selector's handle
   const char *table;    // the table bound to it
   uint16_t nactions;
-  const ActionDesc *const *actions;
+  const ProfileActionDesc *actions;
+  Thunk del_member, create_group, del_group, add_to_group, del_from_group, get_member;
+  Thunk first_group, next_groups, first_group_member, next_group_members;
+};
+
+struct CounterDesc {
+  const char *name;
+  uint32_t handle;
+  bool direct;          // a cell per entry of `table`; else cells by index
+  const char *table;
+  Thunk read, write;
+};
+
+struct MeterDesc {
+  const char *name;
+  uint32_t handle;
+  bool direct;
+  const char *table;
+  const char *unit;     // "bytes" or "packets"
+  Thunk set, read;
+};
+
+struct RegisterDesc {
+  const char *name;
+  uint32_t handle;
+  Thunk read, write, reset;
+};
+
+struct ValueSetDesc {
+  const char *name;
+  uint32_t handle;
+  Thunk add, get, first, next;
+};
+
+struct HashDesc {
+  const char *name;
+  uint32_t handle;
+  uint32_t input;       // its field list's handle
+  uint32_t algorithm;   // its algorithm's handle
+  Thunk value;
+};
+
+struct DigestFieldDesc {
+  const char *name;
+  uint16_t bytes;
+};
+
+struct DigestDesc {
+  const char *name;
+  uint32_t handle;
+  uint16_t entry_bytes;
+  uint16_t nfields;
+  const DigestFieldDesc *fields;
+  Thunk register_cb, deregister_cb, ack;
 };
 
 struct CatalogDesc {
@@ -114,6 +218,18 @@ struct CatalogDesc {
   const ActionDesc *actions;
   size_t nprofiles;
   const ProfileDesc *profiles;
+  size_t ncounters;
+  const CounterDesc *counters;
+  size_t nmeters;
+  const MeterDesc *meters;
+  size_t nregisters;
+  const RegisterDesc *registers;
+  size_t nvalue_sets;
+  const ValueSetDesc *value_sets;
+  size_t nhashes;
+  const HashDesc *hashes;
+  size_t ndigests;
+  const DigestDesc *digests;
 };
 
 const CatalogDesc &catalog();

@@ -11,91 +11,12 @@
 #include <cstdio>
 #include <cstring>
 
+#include "console_util.h"
 #include "drv/model.h"
 
 namespace cvcli {
 
 namespace {
-
-constexpr uint32_t kNoHandle = 0xFFFFFFFFu;
-constexpr p4_pd_status_t kObjectNotFound = 6;  // BF_OBJECT_NOT_FOUND
-constexpr p4_pd_status_t kEndOfWalk = 10;      // BF_END_OF_WALK
-constexpr int kWalkBatch = 64;
-constexpr size_t kValueRoom = 1024;    // any entry text (at most 345 characters)
-constexpr size_t kSchemaRoom = 16384;  // any schema text (a few thousand)
-
-std::string_view trim(std::string_view s) {
-  while (!s.empty() && (s.front() == ' ' || s.front() == '\t' || s.front() == '\r' || s.front() == '\n'))
-    s.remove_prefix(1);
-  while (!s.empty() && (s.back() == ' ' || s.back() == '\t' || s.back() == '\r' || s.back() == '\n'))
-    s.remove_suffix(1);
-  return s;
-}
-
-void split(std::string_view line, std::vector<std::string_view> *out) {
-  out->clear();
-  size_t i = 0;
-  while (i < line.size()) {
-    while (i < line.size() && (line[i] == ' ' || line[i] == '\t' || line[i] == '\r' || line[i] == '\n')) ++i;
-    size_t start = i;
-    while (i < line.size() && !(line[i] == ' ' || line[i] == '\t' || line[i] == '\r' || line[i] == '\n')) ++i;
-    if (i > start) out->push_back(line.substr(start, i - start));
-  }
-}
-
-// NAME=VALUE: the name, where the text before the first '=' is an identifier.
-bool named(std::string_view token, std::string_view *name, std::string_view *value) {
-  size_t eq = token.find('=');
-  if (eq == std::string_view::npos || eq == 0) return false;
-  for (size_t i = 0; i < eq; ++i) {
-    char ch = token[i];
-    bool ok = ch == '_' || (ch >= 'a' && ch <= 'z') || (ch >= 'A' && ch <= 'Z') || (i > 0 && ch >= '0' && ch <= '9');
-    if (!ok) return false;
-  }
-  *name = token.substr(0, eq);
-  *value = token.substr(eq + 1);
-  return true;
-}
-
-std::string join(const std::vector<std::string> &v, const char *sep) {
-  std::string s;
-  for (size_t i = 0; i < v.size(); ++i) s += (i ? sep : "") + v[i];
-  return s;
-}
-
-std::string str(std::string_view s) { return std::string(s); }
-
-std::string hex08(uint32_t v) {
-  char buf[16];
-  std::snprintf(buf, sizeof buf, "0x%08x", v);
-  return buf;
-}
-
-std::string bytes_hex(const uint8_t *p, size_t n) {
-  static const char *digits = "0123456789abcdef";
-  std::string s;
-  for (size_t i = 0; i < n; ++i) {
-    s += digits[p[i] >> 4];
-    s += digits[p[i] & 15];
-  }
-  return s;
-}
-
-bool ends_with(std::string_view s, std::string_view tail) {
-  return s.size() >= tail.size() && s.substr(s.size() - tail.size()) == tail;
-}
-
-// Stores a number in a record member: host order up to 32 bits, a 128-bit field's bytes most
-// significant first.
-void store(uint8_t *record, uint16_t offset, uint16_t size, const U128 &v) {
-  uint8_t *p = record + offset;
-  switch (size) {
-    case 1: *p = uint8_t(v.lo); break;
-    case 2: { uint16_t x = uint16_t(v.lo); std::memcpy(p, &x, 2); break; }
-    case 4: { uint32_t x = uint32_t(v.lo); std::memcpy(p, &x, 4); break; }
-    default: v.to_be(p); break;
-  }
-}
 
 // ---- The value text: a Python literal of tuples, numbers, names and True ----
 
@@ -195,32 +116,6 @@ class LiteralParser {
   size_t i_ = 0;
 };
 
-const char *hint_words(const char *hint) {
-  std::string_view h = hint ? hint : "";
-  if (h == "mac") return "MAC half";
-  if (h == "v4addr") return "IPv4 address";
-  if (h == "v6addr") return "IPv6 address";
-  if (h == "port") return "port";
-  if (h == "vport") return "virtual port";
-  if (h == "dec") return "decimal";
-  return nullptr;
-}
-
-const char *match_name(Match m) {
-  return m == Match::exact ? "exact" : m == Match::ternary ? "ternary" : "lpm";
-}
-
-std::string params_text(const ActionDesc *a) {
-  std::string s = std::string(a->name) + "(";
-  for (int i = 0; i < a->nparams; ++i)
-    s += (i ? ", " : "") + std::string(a->params[i].name) + ":" + std::to_string(a->params[i].width);
-  return s + ")";
-}
-
-std::string pad(std::string s, size_t width) {
-  if (s.size() < width) s.append(width - s.size(), ' ');
-  return s;
-}
 
 }  // namespace
 
@@ -307,14 +202,110 @@ const std::vector<Console::Command> &Console::commands() {
           "table_dump l2Lookup"),
       CMD(table_dump_entry, "TABLE HANDLE", 2, 2, "Print one entry.",
           "The entry of that handle, as table_dump shows it.", "table_dump_entry l2Lookup 0x1"),
+      CMD(table_dump_entry_from_key, "TABLE KEY... [PRIORITY]", 1, -1, "Print the entry of a key.",
+          "The entry whose key is this one, in table_add's forms (and, for a table with ternary fields,\n"
+          "the priority it was added with), as table_dump shows it.",
+          "table_dump_entry_from_key l2Lookup 00:11:22:33:44:55 0x123"),
       CMD(table_clear, "TABLE", 1, 1, "Delete every entry.", "Every entry of the table goes; the default entry stays.",
           "table_clear l2Lookup"),
+      CMD(table_indirect_add, "TABLE KEY... => MEMBER [PRIORITY]", 3, -1, "Add an entry bound to a member.",
+          "For a table bound to an action profile: the entry's key, then '=>' and the member it takes\n"
+          "its action from (act_prof_create_member); prints the entry's handle.",
+          "table_indirect_add ecmpGroup 0x10 => 0x1"),
+      CMD(table_indirect_add_with_group, "TABLE KEY... => GROUP [PRIORITY]", 3, -1,
+          "Add an entry bound to a selector group.",
+          "For a table bound to an action profile: the entry's key, then '=>' and the group whose\n"
+          "members share its traffic (act_prof_create_group); prints the entry's handle.",
+          "table_indirect_add_with_group ecmpGroup 0x11 => 0x1"),
+      CMD(table_indirect_set_default, "TABLE MEMBER", 2, 2, "Bind the default entry to a member.",
+          "For a table bound to an action profile: a miss takes the member's action.",
+          "table_indirect_set_default ecmpGroup 0x1"),
+      CMD(table_indirect_set_default_with_group, "TABLE GROUP", 2, 2, "Bind the default entry to a group.",
+          "For a table bound to an action profile: a miss is shared by the group's members.",
+          "table_indirect_set_default_with_group ecmpGroup 0x1"),
+      CMD(act_prof_info, "PROFILE", 1, 1, "Show an action profile.",
+          "Its handles, the table bound to it, its member actions and how many members and groups it has.",
+          "act_prof_info ecmpMemberActionProfile"),
+      CMD(act_prof_create_member, "PROFILE ACTION [=>] PARAM...", 2, -1, "Create a member; prints its handle.",
+          "A member is an action with its parameters, which entries of the bound table and groups share.",
+          "act_prof_create_member ecmpMemberActionProfile setEcmpNextHop => 0x21"),
+      CMD(act_prof_modify_member, "PROFILE ACTION MEMBER [=>] PARAM...", 3, -1, "Give a member new parameters.",
+          "The member keeps its action; every entry and group that uses it changes with it.",
+          "act_prof_modify_member ecmpMemberActionProfile setEcmpNextHop 0x1 => 0x22"),
+      CMD(act_prof_delete_member, "PROFILE MEMBER", 2, 2, "Delete a member.",
+          "The driver refuses while an entry or group uses it (BF_IN_USE).",
+          "act_prof_delete_member ecmpMemberActionProfile 0x1"),
+      CMD(act_prof_create_group, "PROFILE [MAX_SIZE]", 1, 2, "Create a selector group; prints its handle.",
+          "A group of at most MAX_SIZE members (128 when left out), among which the hash picks.",
+          "act_prof_create_group ecmpMemberActionProfile 16"),
+      CMD(act_prof_delete_group, "PROFILE GROUP", 2, 2, "Delete a selector group.",
+          "The driver refuses while an entry uses it.", "act_prof_delete_group ecmpMemberActionProfile 0x1"),
+      CMD(act_prof_add_member_to_group, "PROFILE MEMBER GROUP", 3, 3, "Add a member to a group.",
+          "The member joins the group's members.", "act_prof_add_member_to_group ecmpMemberActionProfile 0x1 0x1"),
+      CMD(act_prof_remove_member_from_group, "PROFILE MEMBER GROUP", 3, 3, "Remove a member from a group.",
+          "The member leaves the group; it stays a member of the profile.",
+          "act_prof_remove_member_from_group ecmpMemberActionProfile 0x1 0x1"),
+      CMD(act_prof_dump, "PROFILE", 1, 1, "Print a profile's members and groups.",
+          "Each member with its action and parameters, then each group with its members.",
+          "act_prof_dump ecmpMemberActionProfile"),
+      CMD(show_resources, "", 0, 0, "List counters, meters, registers, digests, value sets and hashes.",
+          "Each resource of the program with its handle and how it is addressed: by an entry of its table\n"
+          "(direct) or by index.",
+          "show_resources"),
+      CMD(counter_read, "COUNTER ENTRY|INDEX", 2, 2, "Read a counter cell from the hardware.",
+          "A direct counter's cell is named by an entry handle of its table, an indirect one's by index.",
+          "counter_read arpCount 0x1"),
+      CMD(counter_write, "COUNTER ENTRY|INDEX PACKETS BYTES", 4, 4, "Write a counter cell.",
+          "Sets the cell's packets and bytes (0 0 clears it).", "counter_write arpCount 0x1 0 0"),
+      CMD(meter_set_rates, "METER ENTRY|INDEX CIR:CBURST PIR:PBURST [color_aware]", 4, 5, "Set a meter cell.",
+          "The committed and peak rates and bursts, in the meter's units (show_resources); colour\n"
+          "unaware unless told otherwise.",
+          "meter_set_rates stormControlMeter 0x1 1000:64 2000:128"),
+      CMD(meter_get_rates, "METER ENTRY|INDEX", 2, 2, "Read a meter cell.", "The rates and bursts as last set.",
+          "meter_get_rates stormControlMeter 0x1"),
+      CMD(register_read, "REGISTER INDEX", 2, 2, "Read a register index.",
+          "The hardware's values of the index, one per pipe.", "register_read ingStpCheckData 10"),
+      CMD(register_write, "REGISTER INDEX VALUE", 3, 3, "Write a register index.",
+          "Every pipe's value of the index; these one-bit registers take any non-zero value as 1.",
+          "register_write ingStpCheckData 10 1"),
+      CMD(register_reset, "REGISTER", 1, 1, "Reset every index of a register.", "Every cell goes back to 0.",
+          "register_reset ingStpCheckData"),
+      CMD(hash_calc, "HASH WIDTH:VALUE...", 1, -1, "Compute a dynamic hash of field values.",
+          "The hash the chip computes of these fields, first field most significant, each given with its\n"
+          "width in bits, by the hash's algorithm and seed.",
+          "hash_calc hashOuterIpv4Hdr 32:10.0.0.1 32:10.0.0.2 8:6"),
+      CMD(pvs_add, "VALUE_SET VALUE[&&&MASK] [ingress|egress]", 2, 3, "Add a parser value set entry.",
+          "The parser takes the value (under the mask) as one of the set's; prints the entry's handle.",
+          "pvs_add vxlan_ports 4789"),
+      CMD(pvs_dump, "VALUE_SET", 1, 1, "Print a parser value set's entries.", "Each entry with its handle and mask.",
+          "pvs_dump vxlan_ports"),
+      CMD(digest_show, "[DIGEST]", 0, 1, "Print the learning digests delivered.",
+          "The records delivered since the last digest_show, field by field; the console acknowledges\n"
+          "each batch as it arrives.",
+          "digest_show macLearningDigest"),
       CMD(schema, "TABLE|PROFILE", 1, 1, "Print a table's or profile's schema text.",
           "The library's schema text: the Python literal a client evaluates to learn the key fields,\n"
           "their widths and forms, and the actions.",
           "schema l2Lookup"),
       CMD(label, "TABLE HANDLE", 2, 2, "Print an entry's counter label.",
           "The text the library gives the counted entry of a table with a direct counter.", "label arpCount 0x1"),
+      CMD(check, "[TABLE]", 0, 1, "Check the device against the kept placement data.",
+          "The console keeps the placement data of each table it changes; check compares every kept\n"
+          "entry with the device and prints what differs (every table kept, or one).",
+          "check l2Lookup"),
+      CMD(model_traffic, "TABLE ENTRY PACKETS BYTES", 4, 4, "Count traffic in an entry's direct counter.",
+          "The model's data plane hits the entry: its counter grows by these packets and bytes.",
+          "model_traffic arpCount 0x1 10 1500"),
+      CMD(model_advance_clock, "MILLISECONDS", 1, 1, "Move the model's clock on.",
+          "Entries age and learning digests due are delivered.", "model_advance_clock 5"),
+      CMD(model_learn, "DIGEST FIELD=VALUE...", 1, -1, "Learn a digest record in the model.",
+          "The data plane sends a record of the digest (fields left out are 0; a MAC address for an\n"
+          "...Oui/...Station pair by its stem); it is delivered with its batch.",
+          "model_learn macLearningDigest ingMd_smac=00:11:22:33:44:55 ingMd_ingL2Domain=10 ingMd_ingL2Aintf=3"),
+      CMD(model_flip, "TABLE ENTRY", 2, 2, "Flip a bit of an entry in the device.",
+          "A soft error of the chip: the last bit of the entry's action data flips, without the library;\n"
+          "check finds it.",
+          "model_flip l2Lookup 0x1"),
       CMD(model_calls, "", 0, 0, "Print the driver calls since the last model_calls.",
           "The calls the driver model recorded since the console started or the last model_calls: the\n"
           "function, its handles, key and action images, and the status; then forgets them.",
@@ -418,6 +409,22 @@ Console::Console(const Options &options) : options_(options), cat_(catalog()) {
   }
   for (const TableInfo &t : tables_) table_names_[t.d->name] = &t;
   for (size_t i = 0; i < cat_.nprofiles; ++i) profile_names_[cat_.profiles[i].name] = &cat_.profiles[i];
+  for (size_t i = 0; i < cat_.ncounters; ++i) counter_names_[cat_.counters[i].name] = &cat_.counters[i];
+  for (size_t i = 0; i < cat_.nmeters; ++i) meter_names_[cat_.meters[i].name] = &cat_.meters[i];
+  for (size_t i = 0; i < cat_.nregisters; ++i) register_names_[cat_.registers[i].name] = &cat_.registers[i];
+  for (size_t i = 0; i < cat_.nvalue_sets; ++i) value_set_names_[cat_.value_sets[i].name] = &cat_.value_sets[i];
+  for (size_t i = 0; i < cat_.nhashes; ++i) hash_names_[cat_.hashes[i].name] = &cat_.hashes[i];
+  for (size_t i = 0; i < cat_.ndigests; ++i) digest_names_[cat_.digests[i].name] = &cat_.digests[i];
+  // Learning digests come to the console, which keeps them for digest_show; a record waits at most
+  // a millisecond for its batch.
+  delivered_.resize(cat_.ndigests);
+  for (size_t i = 0; i < cat_.ndigests; ++i) {
+    Call c = base_call();
+    c.digest_cb = &Console::on_digest;
+    c.cookie = this;
+    cat_.digests[i].register_cb(c);
+  }
+  p4_pd_corvin_switch_set_learning_timeout(options_.session, uint8_t(options_.device), 1000);
 }
 
 // The positions of fields or parameters: each on its own, except a MAC address held as an ...Oui
@@ -477,7 +484,8 @@ const TableActionDesc &Console::table_action(const TableInfo &t, std::string_vie
   const TableDesc *d = t.d;
   if (d->profile)
     throw Error("table " + str(d->name) + " binds its entries to members and groups of action profile " +
-                str(d->profile) + ", not to actions of its own; this console does not bind entries yet");
+                str(d->profile) + ", not to actions of its own: use table_indirect_add(_with_group) and " +
+                "table_indirect_set_default(_with_group)");
   auto it = t.actions.find(name);
   if (it == t.actions.end()) {
     std::vector<std::string> names;
@@ -701,10 +709,10 @@ void Console::parse_key(const TableInfo &t, const Args &tokens, uint8_t *record)
   }
 }
 
-void Console::parse_params(const TableInfo &t, const ActionDesc *a, const Args &tokens, uint8_t *record,
-                           bool adding) {
+void Console::parse_params(const std::string &owner, const ActionDesc *a, const Args &tokens, uint8_t *record,
+                           const TableDesc *adding) {
   const ActionInfo &ai = action_info(a);
-  auto where = [&] { return "table " + str(t.d->name) + ", action " + str(a->name); };
+  auto where = [&] { return owner + ", action " + str(a->name); };
   slots_.assign(a->nparams, Slot());
   auto put = [&](int param, const U128 &v, std::string_view given) {
     put_slot(size_t(param), v, given, where(), a->params[param].name);
@@ -719,10 +727,10 @@ void Console::parse_params(const TableInfo &t, const ActionDesc *a, const Args &
                                         : "takes " + std::to_string(names.size()) +
                                               (names.size() == 1 ? " parameter (" : " parameters (") +
                                               join(names, ", ") + ")";
-        if (t.d->priority && adding)
+        if (adding && adding->priority)
           has += ", and the entry's priority is the last value";
         else if (adding)
-          has += ", and table " + str(t.d->name) + " is " + t.d->kind + ": its entries have no priority";
+          has += ", and table " + str(adding->name) + " is " + adding->kind + ": its entries have no priority";
         return where() + ": surplus value " + quoted(tok) + "; the action " + has;
       },
       [&](std::string_view name, std::string_view value, Target target) {
@@ -767,32 +775,10 @@ void Console::table_add(const Args &args, std::string &out) {
                 ": '=>' must follow the key, before the action's parameters (even when there are none)");
   Args key(args.begin() + 2, args.begin() + long(arrow));
   Args params(args.begin() + long(arrow) + 1, args.end());
-  // The priority: a last bare value past the action's parameters, or priority=N.
-  const ActionInfo &ai = action_info(a);
-  std::string_view priority_text;
-  if (d->priority) {
-    for (size_t i = 0; i < params.size(); ++i) {
-      std::string_view n, v;
-      if (named(params[i], &n, &v) && n == "priority") {
-        priority_text = v;
-        params.erase(params.begin() + long(i));
-        break;
-      }
-    }
-    if (priority_text.empty() && !params.empty()) {
-      size_t bare = 0, named_count = 0;
-      std::string_view n, v;
-      for (std::string_view p : params) (named(p, &n, &v) ? named_count : bare)++;
-      bool after_named = named_count > 0 && !named(params.back(), &n, &v);
-      if (!named(params.back(), &n, &v) && (bare > ai.positions.size() || after_named)) {
-        priority_text = params.back();
-        params.pop_back();
-      }
-    }
-  }
+  std::string_view priority_text = take_priority(d, &params, action_info(a).positions.size());
   alignas(16) uint8_t key_record[kRecordRoom], param_record[kRecordRoom];
   parse_key(t, key, key_record);
-  parse_params(t, a, params, param_record, true);
+  parse_params("table " + str(d->name), a, params, param_record, d);
   Call c = base_call();
   if (!priority_text.empty()) c.priority = parse_u32(priority_text, What{d->name, "", " priority"});
   if (a->index_param >= 0 && slots_[size_t(a->index_param)].value.lo > 0xFFFF) {
@@ -809,16 +795,35 @@ void Console::table_add(const Args &args, std::string &out) {
   c.entry_out = &handle;
   p4_pd_status_t st = ta.add(c);
   if (st) driver_error(function_name(d, "_table_add_with_", a), st);
+  changed(d);
   char line[64];
   std::snprintf(line, sizeof line, "Entry has been added with handle 0x%x\n", handle);
   out += line;
 }
 
-// The parameters of table_modify and table_set_default: after an optional '=>'.
-static std::vector<std::string_view> after_arrow(const std::vector<std::string_view> &args, size_t from) {
-  if (from < args.size() && args[from] == "=>") ++from;
-  return std::vector<std::string_view>(args.begin() + long(std::min(from, args.size())), args.end());
+std::string_view Console::take_priority(const TableDesc *d, Args *params, size_t positions) const {
+  std::string_view priority_text;
+  if (!d->priority) return priority_text;
+  for (size_t i = 0; i < params->size(); ++i) {
+    std::string_view n, v;
+    if (named((*params)[i], &n, &v) && n == "priority") {
+      priority_text = v;
+      params->erase(params->begin() + long(i));
+      return priority_text;
+    }
+  }
+  if (params->empty()) return priority_text;
+  size_t bare = 0, named_count = 0;
+  std::string_view n, v;
+  for (std::string_view p : *params) (named(p, &n, &v) ? named_count : bare)++;
+  bool after_named = named_count > 0 && !named(params->back(), &n, &v);
+  if (!named(params->back(), &n, &v) && (bare > positions || after_named)) {
+    priority_text = params->back();
+    params->pop_back();
+  }
+  return priority_text;
 }
+
 
 void Console::table_modify(const Args &args, std::string &out) {
   const TableInfo &t = table(args[0]);
@@ -829,12 +834,13 @@ void Console::table_modify(const Args &args, std::string &out) {
   const ActionDesc *a = ta.action;
   uint32_t handle = parse_u32(args[2], What{"", "entry handle", ""});
   alignas(16) uint8_t param_record[kRecordRoom];
-  parse_params(t, a, after_arrow(args, 3), param_record);
+  parse_params("table " + str(d->name), a, after_arrow(args, 3), param_record);
   Call c = base_call();
   c.entry = handle;
   c.params = a->nparams ? param_record : nullptr;
   p4_pd_status_t st = ta.modify(c);
   if (st) driver_error(function_name(d, "_table_modify_with_", a), st);
+  changed(d);
   out += "Entry " + hex(handle) + " has been modified\n";
 }
 
@@ -848,6 +854,7 @@ void Console::table_delete(const Args &args, std::string &out) {
   c.entry = handle;
   p4_pd_status_t st = t.d->del(c);
   if (st) driver_error(function_name(t.d, "_table_delete"), st);
+  changed(t.d);
   out += "Entry " + hex(handle) + " has been deleted\n";
 }
 
@@ -856,13 +863,14 @@ void Console::table_set_default(const Args &args, std::string &out) {
   const TableActionDesc &ta = table_action(t, args[1], "default");
   const ActionDesc *a = ta.action;
   alignas(16) uint8_t param_record[kRecordRoom];
-  parse_params(t, a, after_arrow(args, 2), param_record);
+  parse_params("table " + str(t.d->name), a, after_arrow(args, 2), param_record);
   Call c = base_call();
   p4_pd_entry_hdl_t handle = 0;
   c.params = a->nparams ? param_record : nullptr;
   c.entry_out = &handle;
   p4_pd_status_t st = ta.set_default(c);
   if (st) driver_error(function_name(t.d, "_set_default_action_", a), st);
+  changed(t.d);
   out += "Default entry has been set, handle " + hex(handle) + "\n";
 }
 
@@ -870,6 +878,7 @@ void Console::table_reset_default(const Args &args, std::string &out) {
   const TableInfo &t = table(args[0]);
   p4_pd_status_t st = t.d->reset_default(base_call());
   if (st) driver_error(function_name(t.d, "_table_reset_default_entry"), st);
+  changed(t.d);
   out += "Default entry has been reset\n";
 }
 
@@ -1057,6 +1066,30 @@ void Console::table_dump_entry(const Args &args, std::string &out) {
   out += describe(t, e) + "\n";
 }
 
+void Console::table_dump_entry_from_key(const Args &args, std::string &out) {
+  const TableInfo &t = table(args[0]);
+  const TableDesc *d = t.d;
+  if (!d->key_to_handle)
+    throw Error("table " + str(d->name) + " is keyless: its only entry is the default entry (table_dump)");
+  Args key(args.begin() + 1, args.end());
+  std::string_view priority_text = take_priority(d, &key, t.positions.size());
+  alignas(16) uint8_t key_record[kRecordRoom];
+  parse_key(t, key, key_record);
+  Call c = base_call();
+  if (!priority_text.empty()) c.priority = parse_u32(priority_text, What{d->name, "", " priority"});
+  p4_pd_entry_hdl_t handle = 0;
+  c.key = key_record;
+  c.entry_out = &handle;
+  p4_pd_status_t st = d->key_to_handle(c);
+  if (st == 7 || st == kObjectNotFound)
+    throw Error("table " + str(d->name) + " has no entry of that key" +
+                (d->priority && priority_text.empty() ? " at priority 0 (give the priority after the key)" : ""));
+  if (st) driver_error(function_name(d, "_match_spec_to_entry_hdl"), st);
+  Entry e;
+  if (!read_entry(t, handle, &e)) throw Error("table " + str(d->name) + " has no entry " + hex(handle));
+  out += describe(t, e) + "\n";
+}
+
 void Console::table_clear(const Args &args, std::string &out) {
   const TableInfo &t = table(args[0]);
   std::vector<uint32_t> handles = entry_handles(t);
@@ -1065,12 +1098,14 @@ void Console::table_clear(const Args &args, std::string &out) {
     Call c = base_call();
     c.entry = h;
     p4_pd_status_t st = t.d->del(c);
+    if (st && done) changed(t.d);
     if (st)
       throw Error("table " + str(t.d->name) + ": " + std::to_string(done) + " of " + std::to_string(handles.size()) +
                   " entries deleted; then " + function_name(t.d, "_table_delete") + " of entry " + hex(h) +
                   " returned " + std::to_string(st) + " (" + status_name(st) + ")");
     ++done;
   }
+  if (done) changed(t.d);
   out += str(t.d->name) + ": " + std::to_string(done) + (done == 1 ? " entry" : " entries") + " deleted\n";
 }
 
@@ -1205,7 +1240,7 @@ void Console::table_show_actions(const Args &args, std::string &out) {
     const ProfileDesc *p = profile_names_.at(d->profile);
     out += str(d->name) + " binds its entries to members and groups of action profile " + p->name +
            ", whose actions are:\n";
-    for (int a = 0; a < p->nactions; ++a) out += params_text(p->actions[a]) + "\n";
+    for (int a = 0; a < p->nactions; ++a) out += params_text(p->actions[a].action) + "\n";
     return;
   }
   std::vector<std::string> lines;
@@ -1221,7 +1256,9 @@ void Console::table_show_actions(const Args &args, std::string &out) {
 void Console::help(const Args &args, std::string &out) {
   if (args.empty()) {
     out += "Commands (help COMMAND for one, with an example):\n";
-    for (const Command &c : commands()) out += "  " + pad(c.name, 21) + c.brief + "\n";
+    size_t width = 0;
+    for (const Command &c : commands()) width = std::max(width, std::strlen(c.name));
+    for (const Command &c : commands()) out += "  " + pad(c.name, width + 2) + c.brief + "\n";
     out += kValueForms;
     return;
   }
@@ -1293,12 +1330,50 @@ std::vector<std::string> Console::complete(std::string_view before) const {
     pool = command_names();
   } else {
     std::string_view cmd = words[0];
-    bool table_first = cmd.substr(0, 6) == "table_" || cmd == "label";
-    if (cmd == "help" && k == 1) {
+    bool table_first = cmd.substr(0, 6) == "table_" || cmd == "label" || cmd == "check" || cmd == "model_traffic" ||
+                       cmd == "model_flip";
+    auto names_of = [&](const auto &map) {
+      for (const auto &kv : map) pool.push_back(str(kv.first));
+    };
+    if (k == 1 && cmd.substr(0, 9) == "act_prof_") {
+      names_of(profile_names_);
+    } else if (k == 1 && cmd.substr(0, 8) == "counter_") {
+      names_of(counter_names_);
+    } else if (k == 1 && cmd.substr(0, 6) == "meter_") {
+      names_of(meter_names_);
+    } else if (k == 1 && cmd.substr(0, 9) == "register_") {
+      names_of(register_names_);
+    } else if (k == 1 && cmd == "hash_calc") {
+      names_of(hash_names_);
+    } else if (k == 1 && cmd.substr(0, 4) == "pvs_") {
+      names_of(value_set_names_);
+    } else if (k == 1 && (cmd == "digest_show" || cmd == "model_learn")) {
+      names_of(digest_names_);
+    } else if (k == 2 && (cmd == "act_prof_create_member" || cmd == "act_prof_modify_member")) {
+      auto p = profile_names_.find(words[1]);
+      if (p == profile_names_.end()) return {};
+      for (int a = 0; a < p->second->nactions; ++a) pool.push_back(p->second->actions[a].action->name);
+    } else if (k >= 2 && (cmd == "table_indirect_add" || cmd == "table_indirect_add_with_group" ||
+                          cmd == "table_dump_entry_from_key")) {
+      auto t = table_names_.find(words[1]);
+      if (t == table_names_.end()) return {};
+      bool arrow = std::find(words.begin() + 2, words.end(), std::string_view("=>")) != words.end();
+      if (!arrow && (word.find('=') == std::string_view::npos || word == "=" || word == "=>")) {
+        std::vector<std::string_view> given;
+        for (size_t i = 2; i < k; ++i) {
+          std::string_view n, v;
+          if (named(words[i], &n, &v)) given.push_back(n);
+        }
+        for (const std::string &n : t->second->completions)
+          if (std::find(given.begin(), given.end(), std::string_view(n).substr(0, n.size() - 1)) == given.end())
+            pool.push_back(n);
+        if (cmd != "table_dump_entry_from_key") pool.push_back("=>");
+      }
+    } else if (cmd == "help" && k == 1) {
       pool = command_names();
     } else if (cmd == "schema" && k == 1) {
       tables();
-      for (const auto &kv : profile_names_) pool.push_back(str(kv.first));
+      names_of(profile_names_);
     } else if (table_first && k == 1) {
       tables();
     } else if ((cmd == "table_add" || cmd == "table_modify" || cmd == "table_set_default") && k >= 2) {

@@ -25,6 +25,9 @@ struct Options {
 class Console {
  public:
   explicit Console(const Options &options = Options());
+  ~Console();
+  Console(const Console &) = delete;
+  Console &operator=(const Console &) = delete;
 
   // Runs one line. Output is appended to `out`. A refusal returns false with its one line, without
   // a newline, in `err`; it changed nothing on the device, and `out` is as it was.
@@ -117,8 +120,39 @@ class Console {
   void table_dump(const Args &, std::string &out);
   void table_dump_entry(const Args &, std::string &out);
   void table_clear(const Args &, std::string &out);
+  void table_dump_entry_from_key(const Args &, std::string &out);
+  void table_indirect_add(const Args &, std::string &out);
+  void table_indirect_add_with_group(const Args &, std::string &out);
+  void table_indirect_set_default(const Args &, std::string &out);
+  void table_indirect_set_default_with_group(const Args &, std::string &out);
+  void act_prof_info(const Args &, std::string &out);
+  void act_prof_create_member(const Args &, std::string &out);
+  void act_prof_modify_member(const Args &, std::string &out);
+  void act_prof_delete_member(const Args &, std::string &out);
+  void act_prof_create_group(const Args &, std::string &out);
+  void act_prof_delete_group(const Args &, std::string &out);
+  void act_prof_add_member_to_group(const Args &, std::string &out);
+  void act_prof_remove_member_from_group(const Args &, std::string &out);
+  void act_prof_dump(const Args &, std::string &out);
+  void show_resources(const Args &, std::string &out);
+  void counter_read(const Args &, std::string &out);
+  void counter_write(const Args &, std::string &out);
+  void meter_set_rates(const Args &, std::string &out);
+  void meter_get_rates(const Args &, std::string &out);
+  void register_read(const Args &, std::string &out);
+  void register_write(const Args &, std::string &out);
+  void register_reset(const Args &, std::string &out);
+  void hash_calc(const Args &, std::string &out);
+  void pvs_add(const Args &, std::string &out);
+  void pvs_dump(const Args &, std::string &out);
+  void digest_show(const Args &, std::string &out);
   void schema(const Args &, std::string &out);
   void label(const Args &, std::string &out);
+  void check(const Args &, std::string &out);
+  void model_traffic(const Args &, std::string &out);
+  void model_advance_clock(const Args &, std::string &out);
+  void model_learn(const Args &, std::string &out);
+  void model_flip(const Args &, std::string &out);
   void model_calls(const Args &, std::string &out);
   void help(const Args &, std::string &out);
   void quit(const Args &, std::string &out);
@@ -127,6 +161,16 @@ class Console {
   const TableInfo &table(std::string_view name) const;
   const TableActionDesc &table_action(const TableInfo &t, std::string_view name, const char *family) const;
   const ActionInfo &action_info(const ActionDesc *a) const { return action_info_[a->number]; }
+  const ProfileDesc &profile(std::string_view name) const;
+  const ProfileActionDesc &profile_action(const ProfileDesc &p, std::string_view name) const;
+  const CounterDesc &counter(std::string_view name) const;
+  const MeterDesc &meter(std::string_view name) const;
+  const RegisterDesc &register_desc(std::string_view name) const;
+  const ValueSetDesc &value_set(std::string_view name) const;
+  const HashDesc &hash(std::string_view name) const;
+  const DigestDesc &digest(std::string_view name) const;
+  // A resource's cell: an entry handle of its table for a direct one, else an index.
+  void resource_cell(bool direct, const char *table, std::string_view text, Call *c) const;
   void positions_of(std::vector<Position> *out, int n, const char *const *names, const char *const *hints,
                     const uint16_t *widths);
 
@@ -140,9 +184,23 @@ class Console {
                           Positional positional, Surplus surplus, On on);
   // Sets slot i to v, as given by `given`; a second value for it is refused, naming it.
   void put_slot(size_t i, const U128 &v, std::string_view given, const std::string &where, std::string_view name);
-  // `adding`: table_add's parameters, which the entry's priority may follow.
-  void parse_params(const TableInfo &t, const ActionDesc *a, const Args &tokens, uint8_t *record,
-                    bool adding = false);
+  // The parameters of an action of `owner` ("table l2Lookup", "action profile ..."). `adding`: the
+  // table whose entry's priority may follow the parameters (table_add).
+  void parse_params(const std::string &owner, const ActionDesc *a, const Args &tokens, uint8_t *record,
+                    const TableDesc *adding = nullptr);
+  // table_add's and table_indirect_add's tail: the priority, by priority=N or a last bare value
+  // past `positions` values; removed from `params`.
+  std::string_view take_priority(const TableDesc *d, Args *params, size_t positions) const;
+  // An entry bound to a member or a group: table_indirect_add(_with_group).
+  void indirect_add(const Args &args, bool group, std::string &out);
+  void indirect_default(const Args &args, bool group, std::string &out);
+  // The members of a profile and the groups of its selector, with their members.
+  std::vector<uint32_t> member_handles(const ProfileDesc &p) const;
+  std::vector<uint32_t> group_handles(const ProfileDesc &p) const;
+  std::vector<uint32_t> group_members(const ProfileDesc &p, uint32_t group) const;
+  std::string describe_member(const ProfileDesc &p, uint32_t member) const;
+  // The action and parameters of a tagged action record: "name(param=value, ...)".
+  std::string describe_action(const ActionDesc *a, const uint8_t *record) const;
   Call base_call() const;
   [[noreturn]] void driver_error(const std::string &function, p4_pd_status_t status) const;
   std::string function_name(const TableDesc *t, const char *family, const ActionDesc *a = nullptr) const;
@@ -163,10 +221,37 @@ class Console {
   std::unordered_map<std::string_view, const ProfileDesc *> profile_names_;
   std::vector<std::string> table_list_;
   std::unordered_map<std::string_view, const Command *> commands_;
+  std::unordered_map<std::string_view, const CounterDesc *> counter_names_;
+  std::unordered_map<std::string_view, const MeterDesc *> meter_names_;
+  std::unordered_map<std::string_view, const RegisterDesc *> register_names_;
+  std::unordered_map<std::string_view, const ValueSetDesc *> value_set_names_;
+  std::unordered_map<std::string_view, const HashDesc *> hash_names_;
+  std::unordered_map<std::string_view, const DigestDesc *> digest_names_;
+  // Placement data the console keeps of the tables it changed (check): each table's list as the
+  // library gave it after the console's last change, taken again when stale.
+  struct Kept {
+    void *list = nullptr;
+    bool stale = false;
+  };
+  std::unordered_map<const TableDesc *, Kept> kept_;
+  void changed(const TableDesc *d);           // after a change of the console's own
+  void keep(const TableDesc *d, Kept *k);     // takes the table's list again
+  void keep_stale();
+  // Learning digests delivered and not yet shown (digest_show), per digest.
+  struct Delivered {
+    std::vector<std::vector<uint8_t>> records;
+  };
+  std::vector<Delivered> delivered_;
+  static int on_digest(p4_pd_sess_hdl_t sess, p4_pd_digest_msg_t *msg, void *cookie);
   std::vector<Slot> slots_;                 // scratch of the request being parsed
   std::vector<std::string_view> tokens_;    // of the line being run
   bool finished_ = false;
 };
+
+// Declares to the driver model what its resource functions serve: the indirect counters, meters
+// and registers with 4096 cells, the direct meters, the digests, the value sets (256 entries of 32
+// bits) and the hashes with their algorithms. Once after each drvm_reset, before a Console.
+void prepare_model(const CatalogDesc &cat);
 
 // The driver's status as its name: "BF_ALREADY_EXISTS".
 std::string status_name(uint32_t status);

@@ -206,15 +206,16 @@ int main(int argc, char **argv) {
   // The device: the driver model, with the library started on it.
   drvm_reset();
   drvm_set_recording(s.record ? 1 : 0);
+  cvcli::prepare_model(cvcli::catalog());
   p4_pd_corvin_switch_init();
   if (bf_drv_hdl == 0) {
     std::fputs("corvin_switch_cli: the library did not register with the driver\n", stderr);
     return 1;
   }
-  drvm_clear_calls();
   cvcli::Options options;
   options.recording = s.record;
   cvcli::Console console(options);
+  drvm_clear_calls();  // model_calls starts from the first command
 
   int status;
   if (s.script && std::strcmp(s.script, "-") != 0) {

@@ -31,6 +31,42 @@ THUNK_FAMILIES = {
     PREFIX + "{table}_table_reset_default_entry": "reset_default",
     PREFIX + "{table}_get_entry_count": "count",
     PREFIX + "{table}_table_get_default_entry": "get_default",
+    PREFIX + "{table}_get_plcmt_data": "plcmt",
+    PREFIX + "{table}_match_spec_to_entry_hdl": "key_to_handle",
+    # Tables bound to a profile: entries and the default entry by member or by group.
+    PREFIX + "{table}_add_entry": "add_member_entry",
+    PREFIX + "{table}_add_entry_with_selector": "add_group_entry",
+    PREFIX + "{table}_set_default_entry": "default_member",
+    PREFIX + "{table}_set_default_entry_with_selector": "default_group",
+    # Profiles.
+    PREFIX + "{profile}_add_member_with_{action}": "add_member",
+    PREFIX + "{profile}_modify_member_with_{action}": "modify_member",
+    PREFIX + "{profile}_del_member": "del_member",
+    PREFIX + "{profile}_create_group": "create_group",
+    PREFIX + "{profile}_del_group": "del_group",
+    PREFIX + "{profile}_add_member_to_group": "add_to_group",
+    PREFIX + "{profile}_del_member_from_group": "del_from_group",
+    PREFIX + "{profile}_get_member": "get_member",
+    PREFIX + "{profile}_get_first_group": "first_group",
+    PREFIX + "{profile}_get_next_groups": "next_groups",
+    PREFIX + "{profile}_get_first_group_member": "first_group_member",
+    PREFIX + "{profile}_get_next_group_members": "next_group_members",
+    # Resources.
+    PREFIX + "counter_read_{counter}": "counter_read",
+    PREFIX + "counter_write_{counter}": "counter_write",
+    PREFIX + "meter_set_{meter}": "meter_set",
+    PREFIX + "meter_read_{meter}": "meter_read",
+    PREFIX + "register_read_{register}": "register_read",
+    PREFIX + "register_write_{register}": "register_write",
+    PREFIX + "register_reset_all_{register}": "register_reset",
+    PREFIX + "pvs_{value_set}_entry_add": "pvs_add",
+    PREFIX + "pvs_{value_set}_entry_get": "pvs_get",
+    PREFIX + "pvs_{value_set}_entry_get_first_entry_handle": "pvs_first",
+    PREFIX + "pvs_{value_set}_entry_get_next_entry_handles": "pvs_next",
+    PREFIX + "hash_calc_{hash}_calculate_hash_value": "hash_value",
+    PREFIX + "{digest}_register": "digest_register",
+    PREFIX + "{digest}_deregister": "digest_deregister",
+    PREFIX + "{digest}_notify_ack": "digest_ack",
 }
 
 # Room the console gives a key or parameter record; each record is checked against it.
@@ -45,6 +81,8 @@ def argument(ctype, name, e):
         return "c.tgt"
     if (ctype, name) == ("uint32_t", "dev_id"):
         return "c.tgt.device_id"
+    if (ctype, name) == ("uint8_t", "dev_id"):
+        return "uint8_t(c.tgt.device_id)"
     if name == "match_spec" and ctype == key_record(e.row.table) + " *":
         return "static_cast<%s *>(c.key)" % key_record(e.row.table)
     if (ctype, name) == ("uint32_t", "priority"):
@@ -73,19 +111,63 @@ def argument(ctype, name, e):
         return "c.mbr_out"
     if (ctype, name) == ("p4_pd_grp_hdl_t *", "grp_hdl"):
         return "c.grp_out"
+    if (ctype, name) in PLAIN_ARGUMENTS:
+        return "c." + PLAIN_ARGUMENTS[(ctype, name)]
     raise SystemExit("cli_tables.py: %s: no thunk argument for %s %s" % (e.name, ctype, name))
+
+
+# Arguments passed from a member of Call of their own: (C type, name) -> the member.
+PLAIN_ARGUMENTS = {
+    ("void **", "plcmt_data"): "plcmt_out",
+    ("p4_pd_mbr_hdl_t", "mbr_hdl"): "mbr",
+    ("p4_pd_grp_hdl_t", "grp_hdl"): "grp",
+    ("uint32_t", "max_grp_size"): "max_grp_size",
+    ("int", "n"): "n",
+    ("p4_pd_grp_hdl_t *", "next_grp_hdls"): "grp_list_out",
+    ("p4_pd_mbr_hdl_t *", "next_mbr_hdls"): "mbr_list_out",
+    ("uint32_t", "index"): "index",
+    ("uint32_t", "flags"): "flags",
+    ("p4_pd_counter_value_t *", "counter_value"): "counter_out",
+    ("p4_pd_counter_value_t", "counter_value"): "counter",
+    ("uint8_t *", "register_values"): "bytes_out",
+    ("int *", "value_count"): "value_count_out",
+    ("uint8_t *", "register_value"): "bytes_in",
+    ("p4_pd_pvs_gress_t", "gress"): "gress",
+    ("uint32_t", "pipe_id"): "pipe_id",
+    ("uint8_t", "parser_id"): "parser_id",
+    ("uint32_t", "value"): "pvs_value",
+    ("uint32_t", "mask"): "pvs_mask",
+    ("uint32_t *", "value"): "pvs_value_out",
+    ("uint32_t *", "mask"): "pvs_mask_out",
+    ("p4_pd_pvs_hdl_t *", "pvs_entry_handle"): "pvs_out",
+    ("p4_pd_pvs_hdl_t", "pvs_entry_handle"): "pvs",
+    ("p4_pd_pvs_hdl_t *", "next_pvs_entry_handles"): "pvs_list_out",
+    ("uint32_t", "attr_count"): "attr_count",
+    ("p4_pd_hash_calc_input_field_attribute_t *", "attr_list"): "attr_list",
+    ("uint32_t *", "attr_sizes"): "attr_sizes",
+    ("uint8_t *", "hash"): "bytes_out",
+    ("uint32_t", "hash_len"): "bytes_len",
+    ("p4_pd_digest_notify_cb", "cb"): "digest_cb",
+    ("void *", "cookie"): "cookie",
+    ("p4_pd_digest_msg_t *", "msg"): "digest_msg",
+}
 
 
 def c_string(s):
     return '"%s"' % s if s is not None else "nullptr"
 
 
-def thunk_name(kind, t, a=None):
-    return "%s__%s%s" % (kind, t.name, "__" + a.name if a else "")
+def thunk_name(kind, subject, a=None):
+    """The thunk of a family's export for a table, profile or resource (by name), and an action."""
+    return "%s__%s%s" % (kind, subject, "__" + a.name if a else "")
+
+
+def thunk_or_null(name, thunks):
+    return name if name in thunks else "nullptr"
 
 
 def emit(c):
-    out = [MARK, "#include <cstddef>\n\n#include \"cli_catalog.h\"\n\nnamespace cvcli {\nnamespace {\n\n"]
+    out = [MARK, "#include <cstddef>\n#include <iterator>\n\n#include \"cli_catalog.h\"\n\nnamespace cvcli {\nnamespace {\n\n"]
 
     # ---- Thunks ----
     thunks = set()
@@ -93,7 +175,7 @@ def emit(c):
         kind = THUNK_FAMILIES.get(e.family.pattern)
         if kind is None:
             continue
-        name = thunk_name(kind, e.row.table, e.row.act)
+        name = thunk_name(kind, e.row.subject, e.row.act)
         thunks.add(name)
         args = ", ".join(argument(t, n, e) for t, n in e.params)
         out.append("p4_pd_status_t %s(const Call &c) { return %s(%s); }\n" % (name, e.name, args))
@@ -155,9 +237,9 @@ def emit(c):
         out.append("const TableActionDesc actions_%s[] = {\n" % t.name)
         for ta in t.actions:
             a = ta.action
-            add = thunk_name("add", t, a) if ta.entry else None
-            mod = thunk_name("modify", t, a) if ta.entry else None
-            dflt = thunk_name("set_default", t, a) if ta.default else None
+            add = thunk_name("add", t.name, a) if ta.entry else None
+            mod = thunk_name("modify", t.name, a) if ta.entry else None
+            dflt = thunk_name("set_default", t.name, a) if ta.default else None
             for n in (add, mod, dflt):
                 if n is not None and n not in thunks:
                     raise SystemExit("cli_tables.py: no export for %s" % n)
@@ -167,29 +249,77 @@ def emit(c):
     out.append("\nconst TableDesc tables[] = {\n")
     for t in c.tables:
         rec = key_record(t)
-        del_ = thunk_name("del", t) if t.key else None
-        out.append("  {%s, 0x%xu, %s, %s, %s, %s, %s, %s, %d, %s, %s, %d, %s, %s, %s, %s, %s},\n" % (
+        del_ = thunk_name("del", t.name) if t.key else None
+        bound = ", ".join(thunk_or_null(thunk_name(k, t.name), thunks)
+                          for k in ("key_to_handle", "add_member_entry", "add_group_entry", "default_member",
+                                    "default_group"))
+        out.append("  {%s, 0x%xu, %s, %s, %s, %s, %s, %s, %d, %s, %s, %d, %s, %s, %s, %s, %s, %s, %s},\n" % (
             c_string(t.name), t.handle, c_string(t.kind), c_string(t.profile),
             "true" if t.priority else "false", "true" if t.name in c.labels else "false",
             "true" if t.meter_spec_argument else "false", "true" if t.ttl_argument else "false",
             len(t.key), "key_" + t.name if t.key else "nullptr", "sizeof(%s)" % rec if t.key else "0",
-            len(t.actions), "actions_" + t.name if t.actions else "nullptr", del_ or "nullptr", thunk_name("reset_default", t), thunk_name("count", t),
-            thunk_name("get_default", t)))
+            len(t.actions), "actions_" + t.name if t.actions else "nullptr", del_ or "nullptr",
+            thunk_name("reset_default", t.name), thunk_name("count", t.name), thunk_name("get_default", t.name),
+            thunk_name("plcmt", t.name), bound))
     out.append("};\n\n")
 
     # ---- Profiles ----
     for p in c.profiles:
-        out.append("const ActionDesc *const members_%s[] = {%s};\n" % (
-            p.name, ", ".join("&actions[%d]" % number[a.name] for a, _ in p.members)))
+        out.append("const ProfileActionDesc members_%s[] = {\n" % p.name)
+        for a, _ in p.members:
+            out.append("  {&actions[%d], %s, %s},\n" % (number[a.name], thunk_name("add_member", p.name, a),
+                                                       thunk_name("modify_member", p.name, a)))
+        out.append("};\n")
     out.append("\nconst ProfileDesc profiles[] = {\n")
     for p in c.profiles:
-        out.append("  {%s, 0x%xu, %s, %d, members_%s},\n" % (
-            c_string(p.name), p.action_data_table, c_string(p.table), len(p.members), p.name))
+        kinds = ("del_member", "create_group", "del_group", "add_to_group", "del_from_group", "get_member",
+                 "first_group", "next_groups", "first_group_member", "next_group_members")
+        out.append("  {%s, 0x%xu, 0x%xu, %s, %d, members_%s, %s},\n" % (
+            c_string(p.name), p.action_data_table, p.selector, c_string(p.table), len(p.members), p.name,
+            ", ".join(thunk_name(k, p.name) for k in kinds)))
+    out.append("};\n\n")
+
+    # ---- Resources ----
+    out.append("const CounterDesc counters[] = {\n")
+    for r in c.counters:
+        out.append("  {%s, 0x%xu, %s, %s, %s, %s},\n" % (
+            c_string(r.name), r.handle, "true" if r.binding == "direct" else "false", c_string(r.table),
+            thunk_name("counter_read", r.name), thunk_name("counter_write", r.name)))
+    out.append("};\nconst MeterDesc meters[] = {\n")
+    for r in c.meters:
+        out.append("  {%s, 0x%xu, %s, %s, %s, %s, %s},\n" % (
+            c_string(r.name), r.handle, "true" if r.binding == "direct" else "false", c_string(r.table),
+            c_string(r.unit), thunk_name("meter_set", r.name), thunk_name("meter_read", r.name)))
+    out.append("};\nconst RegisterDesc registers[] = {\n")
+    for r in families.ROWS["registers"](c):
+        out.append("  {%s, 0x%xu, %s, %s, %s},\n" % (
+            c_string(r.subject), r.res.handle, thunk_name("register_read", r.subject),
+            thunk_name("register_write", r.subject), thunk_name("register_reset", r.subject)))
+    out.append("};\nconst ValueSetDesc value_sets[] = {\n")
+    for r in families.ROWS["value_sets"](c):
+        out.append("  {%s, 0x%xu, %s},\n" % (c_string(r.subject), r.res.handle, ", ".join(
+            thunk_name(k, r.subject) for k in ("pvs_add", "pvs_get", "pvs_first", "pvs_next"))))
+    out.append("};\nconst HashDesc hashes[] = {\n")
+    for r in families.ROWS["hashes"](c):
+        out.append("  {%s, 0x%xu, 0x%xu, 0x%xu, %s},\n" % (c_string(r.subject), r.res.handle, r.res.input,
+                                                       r.res.algorithm, thunk_name("hash_value", r.subject)))
+    out.append("};\n")
+    for r in families.ROWS["digests"](c):
+        out.append("const DigestFieldDesc fields_%s[] = {%s};\n" % (r.subject, ", ".join(
+            "{%s, %d}" % (c_string(f["field"]), f["bytes"]) for f in r.res.fields)))
+    out.append("const DigestDesc digests[] = {\n")
+    for r in families.ROWS["digests"](c):
+        out.append("  {%s, 0x%xu, %d, %d, fields_%s, %s, %s, %s},\n" % (
+            c_string(r.subject), r.res.handle, r.res.entry_bytes, len(r.res.fields), r.subject,
+            thunk_name("digest_register", r.subject), thunk_name("digest_deregister", r.subject),
+            thunk_name("digest_ack", r.subject)))
     out.append("};\n\n}  // namespace\n\n")
     out.append("const CatalogDesc &catalog() {\n"
-               "  static const CatalogDesc c{%s, sizeof tables / sizeof tables[0], tables,\n"
-               "                             sizeof actions / sizeof actions[0], actions,\n"
-               "                             sizeof profiles / sizeof profiles[0], profiles};\n"
+               "  static const CatalogDesc c{%s, std::size(tables), tables, std::size(actions), actions,\n"
+               "                             std::size(profiles), profiles, std::size(counters), counters,\n"
+               "                             std::size(meters), meters, std::size(registers), registers,\n"
+               "                             std::size(value_sets), value_sets, std::size(hashes), hashes,\n"
+               "                             std::size(digests), digests};\n"
                "  return c;\n}\n\n}  // namespace cvcli\n" % c_string(c.program))
     return "".join(out)
 
