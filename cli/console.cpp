@@ -1281,15 +1281,57 @@ void Console::quit(const Args &, std::string &) { finished_ = true; }
 
 // ---- Running a line ----
 
+// The commands whose output ends in the handle of what they made: $NAME = COMMAND keeps it.
+static bool makes_handle(std::string_view command) {
+  static const char *const makers[] = {"table_add", "table_indirect_add", "table_indirect_add_with_group",
+                                       "table_set_default", "table_indirect_set_default",
+                                       "table_indirect_set_default_with_group", "act_prof_create_member",
+                                       "act_prof_create_group", "pvs_add"};
+  for (const char *m : makers)
+    if (command == m) return true;
+  return false;
+}
+
 bool Console::execute(std::string_view line, std::string &out, std::string &err) {
   split(line, &tokens_);
   if (tokens_.empty() || tokens_[0][0] == '#') return true;
+  // $NAME = COMMAND ...: the handle the command prints is kept as $NAME, which later lines may
+  // give wherever a value goes (alone, or after NAME=).
+  std::string_view keep;
+  if (tokens_[0][0] == '$' && tokens_.size() >= 2 && tokens_[1] == "=") {
+    keep = tokens_[0];
+    tokens_.erase(tokens_.begin(), tokens_.begin() + 2);
+    if (tokens_.empty()) {
+      err = "missing the command whose handle " + str(keep) + " keeps";
+      return false;
+    }
+  }
+  expanded_.clear();
+  for (std::string_view &tok : tokens_) {
+    size_t at = tok[0] == '$' ? 0 : tok.find("=$");
+    if (at == std::string_view::npos) continue;
+    size_t from = tok[0] == '$' ? 0 : at + 1;
+    std::string_view name = tok.substr(from);
+    auto v = handles_.find(str(name));
+    if (v == handles_.end()) {
+      std::vector<std::string> known;
+      for (const auto &kv : handles_) known.push_back(kv.first);
+      err = str(tokens_[0]) + ": " + unknown_name("handle", name, "the session", known);
+      return false;
+    }
+    expanded_.push_back(str(tok.substr(0, from)) + v->second);
+    tok = expanded_.back();
+  }
   auto it = commands_.find(tokens_[0]);
   if (it == commands_.end()) {
     err = unknown_name("command", tokens_[0], "the console", command_names());
     return false;
   }
   const Command &c = *it->second;
+  if (!keep.empty() && !makes_handle(c.name)) {
+    err = str(c.name) + ": makes no handle for " + str(keep) + " to keep";
+    return false;
+  }
   Args args(tokens_.begin() + 1, tokens_.end());
   size_t start = out.size();
   try {
@@ -1305,12 +1347,17 @@ bool Console::execute(std::string_view line, std::string &out, std::string &err)
       throw Error("surplus argument " + quoted(args[size_t(c.max_args)]) + " (usage: " + c.name +
                   (*c.usage ? " " : "") + c.usage + ")");
     (this->*c.run)(args, out);
-    return true;
   } catch (const Error &e) {
     out.resize(start);
     err = str(c.name) + ": " + e.what();
     return false;
   }
+  if (!keep.empty()) {
+    std::string said = out.substr(start);
+    while (!said.empty() && said.back() == '\n') said.pop_back();
+    handles_[str(keep)] = said.substr(said.rfind(' ') + 1);
+  }
+  return true;
 }
 
 // ---- Completion ----

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -245,6 +246,8 @@ class Console {
   static int on_digest(p4_pd_sess_hdl_t sess, p4_pd_digest_msg_t *msg, void *cookie);
   std::vector<Slot> slots_;                 // scratch of the request being parsed
   std::vector<std::string_view> tokens_;    // of the line being run
+  std::deque<std::string> expanded_;        // ... with the handles kept by name put in
+  std::map<std::string, std::string> handles_;  // $NAME: the handle a command printed
   bool finished_ = false;
 };
 

@@ -531,4 +531,24 @@ TEST_F(ConsoleTest, CompletesResourceAndProfileNames) {
             (std::vector<std::string>{"dmac=", "dmacOui=", "dmacStation="}));
 }
 
+// $NAME = COMMAND keeps the handle the command printed; $NAME stands for it alone or after NAME=.
+// A name never kept, or a command that makes no handle, is refused before anything runs.
+TEST_F(ConsoleTest, HandlesKeptByName) {
+  Result m = run("$hop = act_prof_create_member ecmpMemberActionProfile setEcmpNextHop => 1 2");
+  ASSERT_TRUE(m.ok) << m.err;
+  Result g = run("$grp = act_prof_create_group ecmpMemberActionProfile");
+  ASSERT_TRUE(run("act_prof_add_member_to_group ecmpMemberActionProfile $hop $grp").ok);
+  Result e = run("$e = table_indirect_add_with_group ecmpGroup 9 => $grp");
+  ASSERT_TRUE(e.ok) << e.err;
+  EXPECT_EQ(run("table_dump_entry ecmpGroup $e").out,
+            "ecmpGroup " + handle_of(e) + ": nextHop=0x0009 -> group " + handle_of(g) + "\n");
+  ASSERT_TRUE(run("$x = table_add l2Lookup l2LookupKnownUcast 00:11:22:33:44:55 1 => 7").ok);
+  EXPECT_TRUE(run("table_modify l2Lookup l2LookupKnownUcast $x => egrL2Aintf=$hop").ok);
+  EXPECT_NE(run("table_dump_entry l2Lookup $x").out.find("egrL2Aintf=0x" ), std::string::npos);
+  std::string before = device();
+  EXPECT_EQ(run("table_delete l2Lookup $y").err, "table_delete: the session has no handle '$y'; it has: $e, $grp, $hop, $x");
+  EXPECT_EQ(run("$z = table_clear l2Lookup").err, "table_clear: makes no handle for $z to keep");
+  EXPECT_EQ(device(), before);
+}
+
 }  // namespace
