@@ -171,7 +171,7 @@ class Console {
   const HashDesc &hash(std::string_view name) const;
   const DigestDesc &digest(std::string_view name) const;
   // A resource's cell: an entry handle of its table for a direct one, else an index.
-  void resource_cell(bool direct, const char *table, std::string_view text, Call *c) const;
+  void resource_cell(bool direct, std::string_view text, Call *c) const;
   void positions_of(std::vector<Position> *out, int n, const char *const *names, const char *const *hints,
                     const uint16_t *widths);
 

@@ -88,10 +88,9 @@ const DigestDesc &Console::digest(std::string_view name) const {
   return find(digest_names_, name, "learning digest", cat_.digests, cat_.ndigests);
 }
 
-void Console::resource_cell(bool direct, const char *table, std::string_view text, Call *c) const {
+void Console::resource_cell(bool direct, std::string_view text, Call *c) const {
   if (direct) {
     c->entry = parse_u32(text, What{"", "entry handle", ""});
-    (void)table;
   } else {
     c->index = parse_u32(text, What{"", "index", ""});
   }
@@ -139,7 +138,7 @@ void Console::show_resources(const Args &, std::string &out) {
 void Console::counter_read(const Args &args, std::string &out) {
   const CounterDesc &d = counter(args[0]);
   Call c = base_call();
-  resource_cell(d.direct, d.table, args[1], &c);
+  resource_cell(d.direct, args[1], &c);
   p4_pd_counter_value_t v{};
   c.flags = COUNTER_READ_HW_SYNC;  // the hardware's counts, as traffic left them
   c.counter_out = &v;
@@ -152,7 +151,7 @@ void Console::counter_read(const Args &args, std::string &out) {
 void Console::counter_write(const Args &args, std::string &out) {
   const CounterDesc &d = counter(args[0]);
   Call c = base_call();
-  resource_cell(d.direct, d.table, args[1], &c);
+  resource_cell(d.direct, args[1], &c);
   c.counter.packets = parse_number(args[2], 64, What{d.name, "", " packets"}).lo;
   c.counter.bytes = parse_number(args[3], 64, What{d.name, "", " bytes"}).lo;
   p4_pd_status_t st = d.write(c);
@@ -166,7 +165,7 @@ void Console::counter_write(const Args &args, std::string &out) {
 void Console::meter_set_rates(const Args &args, std::string &out) {
   const MeterDesc &d = meter(args[0]);
   Call c = base_call();
-  resource_cell(d.direct, d.table, args[1], &c);
+  resource_cell(d.direct, args[1], &c);
   p4_pd_meter_spec_t spec{};
   rate_burst(args[2], "committed", &spec.cir, &spec.cburst);
   rate_burst(args[3], "peak", &spec.pir, &spec.pburst);
@@ -185,7 +184,7 @@ void Console::meter_set_rates(const Args &args, std::string &out) {
 void Console::meter_get_rates(const Args &args, std::string &out) {
   const MeterDesc &d = meter(args[0]);
   Call c = base_call();
-  resource_cell(d.direct, d.table, args[1], &c);
+  resource_cell(d.direct, args[1], &c);
   p4_pd_meter_spec_t spec{};
   c.meter = &spec;
   p4_pd_status_t st = d.read(c);
