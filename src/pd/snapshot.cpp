@@ -14,13 +14,15 @@ extern "C" {
 namespace cv::pd {
 namespace {
 
-template <const SwapField &F>
+// A field by its offset and width as values: a reference to an element of the list is no template
+// argument every compiler takes.
+template <uint16_t Offset, uint8_t Bytes>
 inline __attribute__((always_inline)) void swap_field(uint8_t *rec) {
-  uint8_t *p = rec + F.offset;
-  if constexpr (F.bytes == 2) {
+  uint8_t *p = rec + Offset;
+  if constexpr (Bytes == 2) {
     std::swap(p[0], p[1]);
   } else {
-    static_assert(F.bytes == 4);
+    static_assert(Bytes == 4);
     std::swap(p[0], p[3]);
     std::swap(p[1], p[2]);
   }
@@ -29,7 +31,7 @@ inline __attribute__((always_inline)) void swap_field(uint8_t *rec) {
 // One form's list, unrolled at compile time: a fixed sequence of byte swaps, no table walked.
 template <const auto &List, size_t... I>
 inline __attribute__((always_inline)) void swap_all(uint8_t *rec, std::index_sequence<I...>) {
-  (swap_field<List[I]>(rec), ...);
+  (swap_field<List[I].offset, List[I].bytes>(rec), ...);
 }
 
 template <const auto &List>
