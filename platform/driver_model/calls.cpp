@@ -8,8 +8,9 @@
 
 namespace drvm {
 
-bool g_passthrough = false;
-uint32_t g_passthrough_hdl = 0;
+std::mutex g_lock;
+std::atomic<bool> g_passthrough{false};
+std::atomic<uint32_t> g_passthrough_hdl{0};
 size_t g_faults_pending = 0;
 uint64_t g_clock_us = 0;
 
@@ -109,8 +110,8 @@ void reset_calls_and_faults() {
   g_faults.clear();
   g_faults_pending = 0;
   g_recording = true;
-  g_passthrough = false;
-  g_passthrough_hdl = 0;
+  g_passthrough.store(false, std::memory_order_relaxed);
+  g_passthrough_hdl.store(0, std::memory_order_relaxed);
 }
 
 }  // namespace drvm
@@ -120,6 +121,7 @@ using namespace drvm;
 extern "C" {
 
 void drvm_reset(void) {
+  const ModelLock lock;
   reset_calls_and_faults();
   reset_sys();
   reset_clients();
@@ -130,38 +132,59 @@ void drvm_reset(void) {
   g_clock_us = 0;
 }
 
-uint64_t drvm_clock_us(void) { return g_clock_us; }
-
-void drvm_advance_clock(uint64_t usecs) {
-  g_clock_us += usecs;
-  idle_clock_tick(g_clock_us);
-  learn_clock_tick(g_clock_us);
+uint64_t drvm_clock_us(void) {
+  const ModelLock lock;
+  return g_clock_us;
 }
 
-void drvm_set_recording(int on) { g_recording = on != 0; }
+void drvm_advance_clock(uint64_t usecs) {
+  {
+    const ModelLock lock;
+    g_clock_us += usecs;
+  }
+  idle_clock_tick();
+  learn_clock_tick();
+}
 
-void drvm_set_passthrough(int on) { g_passthrough = on != 0; }
+void drvm_set_recording(int on) {
+  const ModelLock lock;
+  g_recording = on != 0;
+}
 
-size_t drvm_call_count(void) { return g_calls.size(); }
+void drvm_set_passthrough(int on) { g_passthrough.store(on != 0, std::memory_order_relaxed); }
 
-const drvm_call_t *drvm_call(size_t i) { return i < g_calls.size() ? &g_calls[i].call : nullptr; }
+size_t drvm_call_count(void) {
+  const ModelLock lock;
+  return g_calls.size();
+}
+
+const drvm_call_t *drvm_call(size_t i) {
+  const ModelLock lock;
+  return i < g_calls.size() ? &g_calls[i].call : nullptr;
+}
 
 const drvm_call_t *drvm_last_call(const char *fn) {
+  const ModelLock lock;
   for (auto it = g_calls.rbegin(); it != g_calls.rend(); ++it)
     if (names_fn(it->call, fn)) return &it->call;
   return nullptr;
 }
 
 size_t drvm_count_calls(const char *fn) {
+  const ModelLock lock;
   size_t n = 0;
   for (const RecordedCall &rec : g_calls) n += names_fn(rec.call, fn) ? 1 : 0;
   return n;
 }
 
-void drvm_clear_calls(void) { g_calls.clear(); }
+void drvm_clear_calls(void) {
+  const ModelLock lock;
+  g_calls.clear();
+}
 
 void drvm_fail_next(const char *fn, bf_status_t status) {
   if (fn == nullptr) return;
+  const ModelLock lock;
   g_faults[fn].push_back(status);
   ++g_faults_pending;
 }

@@ -233,6 +233,7 @@ extern "C" {
 // ---- Pipes and declarations ----
 
 bf_status_t drvm_set_num_pipes(uint32_t num_pipes) {
+  const ModelLock lock;
   if (num_pipes == 0 || num_pipes > kMaxPipes) return BF_INVALID_ARG;
   const CellStore &c = g_cells;
   if (!c.stat_cells.empty() || !c.meter_cells.empty() || !c.wred_cells.empty() || !c.bytecount.empty())
@@ -241,9 +242,13 @@ bf_status_t drvm_set_num_pipes(uint32_t num_pipes) {
   return BF_SUCCESS;
 }
 
-uint32_t drvm_num_pipes(void) { return g_cells.num_pipes; }
+uint32_t drvm_num_pipes(void) {
+  const ModelLock lock;
+  return g_cells.num_pipes;
+}
 
 bf_status_t drvm_declare_counter(uint32_t stat_tbl_hdl, uint32_t num_cells) {
+  const ModelLock lock;
   if (bf_status_t st = may_declare(g_cells.counters, stat_tbl_hdl, num_cells)) return st;
   return guarded([&] {
     g_cells.counters.emplace(stat_tbl_hdl, num_cells);
@@ -252,6 +257,7 @@ bf_status_t drvm_declare_counter(uint32_t stat_tbl_hdl, uint32_t num_cells) {
 }
 
 bf_status_t drvm_declare_meter(uint32_t meter_tbl_hdl, uint32_t num_cells) {
+  const ModelLock lock;
   if (bf_status_t st = may_declare(g_cells.meters, meter_tbl_hdl, num_cells)) return st;
   return guarded([&] {
     g_cells.meters.emplace(meter_tbl_hdl, num_cells);
@@ -260,6 +266,7 @@ bf_status_t drvm_declare_meter(uint32_t meter_tbl_hdl, uint32_t num_cells) {
 }
 
 bf_status_t drvm_declare_wred(uint32_t wred_tbl_hdl, uint32_t num_cells) {
+  const ModelLock lock;
   if (bf_status_t st = may_declare(g_cells.wreds, wred_tbl_hdl, num_cells)) return st;
   return guarded([&] {
     g_cells.wreds.emplace(wred_tbl_hdl, num_cells);
@@ -268,6 +275,7 @@ bf_status_t drvm_declare_wred(uint32_t wred_tbl_hdl, uint32_t num_cells) {
 }
 
 bf_status_t drvm_declare_direct_meter(uint32_t mat_tbl_hdl, uint32_t meter_tbl_hdl) {
+  const ModelLock lock;
   if (g_cells.direct_meters.count(mat_tbl_hdl)) return BF_ALREADY_EXISTS;
   return guarded([&] {
     g_cells.direct_meters.emplace(mat_tbl_hdl, meter_tbl_hdl);
@@ -277,6 +285,7 @@ bf_status_t drvm_declare_direct_meter(uint32_t mat_tbl_hdl, uint32_t meter_tbl_h
 
 bf_status_t drvm_declare_register(uint32_t stful_tbl_hdl, uint32_t num_cells, uint32_t num_pipe_instances,
                                   uint32_t cell_bytes, const pipe_stful_mem_spec_t *reset_value) {
+  const ModelLock lock;
   if (bf_status_t st = may_declare(g_cells.registers, stful_tbl_hdl, num_cells)) return st;
   if (bf_status_t st = check_shape(num_pipe_instances, cell_bytes)) return st;
   RegisterDecl d;
@@ -293,6 +302,7 @@ bf_status_t drvm_declare_register(uint32_t stful_tbl_hdl, uint32_t num_cells, ui
 
 bf_status_t drvm_declare_direct_register(uint32_t mat_tbl_hdl, uint32_t stful_tbl_hdl, uint32_t num_pipe_instances,
                                          uint32_t cell_bytes) {
+  const ModelLock lock;
   if (g_cells.direct_registers.count(mat_tbl_hdl)) return BF_ALREADY_EXISTS;
   if (bf_status_t st = check_shape(num_pipe_instances, cell_bytes)) return st;
   RegisterDecl d;
@@ -307,6 +317,7 @@ bf_status_t drvm_declare_direct_register(uint32_t mat_tbl_hdl, uint32_t stful_tb
 }
 
 bf_status_t drvm_declare_idle_table(uint32_t mat_tbl_hdl) {
+  const ModelLock lock;
   if (g_cells.idle_tables.count(mat_tbl_hdl)) return BF_ALREADY_EXISTS;
   return guarded([&] {
     g_cells.idle_tables.insert(mat_tbl_hdl);
@@ -318,6 +329,7 @@ bf_status_t drvm_declare_idle_table(uint32_t mat_tbl_hdl) {
 
 bf_status_t drvm_stat_count(bf_dev_id_t dev, bf_dev_pipe_t pipe, uint32_t stat_tbl_hdl, uint32_t index,
                             uint64_t packets, uint64_t bytes) {
+  const ModelLock lock;
   uint32_t cells = 0;
   if (bf_status_t st = check_cell(g_cells.counters, stat_tbl_hdl, pipe, index, &cells)) return st;
   return guarded([&] {
@@ -332,6 +344,7 @@ bf_status_t drvm_stat_count(bf_dev_id_t dev, bf_dev_pipe_t pipe, uint32_t stat_t
 
 bf_status_t drvm_stat_direct_count(bf_dev_id_t dev, uint32_t mat_tbl_hdl, uint32_t ent_hdl, uint64_t packets,
                                    uint64_t bytes) {
+  const ModelLock lock;
   if (entry_of(dev, mat_tbl_hdl, ent_hdl) == nullptr) return BF_OBJECT_NOT_FOUND;
   return guarded([&] {
     EntryEdit edit(dev, mat_tbl_hdl, ent_hdl);
@@ -344,6 +357,7 @@ bf_status_t drvm_stat_direct_count(bf_dev_id_t dev, uint32_t mat_tbl_hdl, uint32
 
 bf_status_t drvm_register_hw_write(bf_dev_id_t dev, bf_dev_pipe_t pipe, uint32_t stful_tbl_hdl, uint32_t index,
                                    const pipe_stful_mem_spec_t *value) {
+  const ModelLock lock;
   if (value == nullptr) return BF_INVALID_ARG;
   const RegisterDecl *d = register_decl(stful_tbl_hdl);
   if (d == nullptr) return BF_OBJECT_NOT_FOUND;
@@ -361,6 +375,7 @@ bf_status_t drvm_register_hw_write(bf_dev_id_t dev, bf_dev_pipe_t pipe, uint32_t
 
 bf_status_t drvm_register_direct_hw_write(bf_dev_id_t dev, uint32_t mat_tbl_hdl, uint32_t ent_hdl, bf_dev_pipe_t pipe,
                                           const pipe_stful_mem_spec_t *value) {
+  const ModelLock lock;
   if (value == nullptr) return BF_INVALID_ARG;
   auto it = g_cells.direct_registers.find(mat_tbl_hdl);
   if (it == g_cells.direct_registers.end()) return BF_OBJECT_NOT_FOUND;
@@ -383,6 +398,7 @@ bf_status_t drvm_register_direct_hw_write(bf_dev_id_t dev, uint32_t mat_tbl_hdl,
 
 bf_status_t drvm_stat_get(bf_dev_id_t dev, bf_dev_pipe_t pipe, uint32_t stat_tbl_hdl, uint32_t index,
                           pipe_stat_data_t *hw, pipe_stat_data_t *sw) {
+  const ModelLock lock;
   uint32_t cells = 0;
   if (bf_status_t st = check_cell(g_cells.counters, stat_tbl_hdl, pipe, index, &cells)) return st;
   StatCell c{};
@@ -395,6 +411,7 @@ bf_status_t drvm_stat_get(bf_dev_id_t dev, bf_dev_pipe_t pipe, uint32_t stat_tbl
 
 bf_status_t drvm_stat_direct_get(bf_dev_id_t dev, uint32_t mat_tbl_hdl, uint32_t ent_hdl, pipe_stat_data_t *hw,
                                  pipe_stat_data_t *sw) {
+  const ModelLock lock;
   if (entry_of(dev, mat_tbl_hdl, ent_hdl) == nullptr) return BF_OBJECT_NOT_FOUND;
   StatCell c{};
   if (const EntryCells *e = entry_cells(dev, ent_hdl)) c = e->stat;
@@ -405,6 +422,7 @@ bf_status_t drvm_stat_direct_get(bf_dev_id_t dev, uint32_t mat_tbl_hdl, uint32_t
 
 bf_status_t drvm_meter_get(bf_dev_id_t dev, bf_dev_pipe_t pipe, uint32_t meter_tbl_hdl, uint32_t index,
                            pipe_meter_spec_t *spec) {
+  const ModelLock lock;
   uint32_t cells = 0;
   if (bf_status_t st = check_cell(g_cells.meters, meter_tbl_hdl, pipe, index, &cells)) return st;
   pipe_meter_spec_t m;
@@ -417,6 +435,7 @@ bf_status_t drvm_meter_get(bf_dev_id_t dev, bf_dev_pipe_t pipe, uint32_t meter_t
 
 bf_status_t drvm_meter_bytecount_adjust(bf_dev_id_t dev, bf_dev_pipe_t pipe, uint32_t meter_tbl_hdl,
                                         int32_t *bytecount) {
+  const ModelLock lock;
   if (!is_meter(meter_tbl_hdl)) return BF_OBJECT_NOT_FOUND;
   if (pipe >= g_cells.num_pipes) return BF_INVALID_ARG;
   int32_t v = 0;
@@ -428,6 +447,7 @@ bf_status_t drvm_meter_bytecount_adjust(bf_dev_id_t dev, bf_dev_pipe_t pipe, uin
 
 bf_status_t drvm_wred_get(bf_dev_id_t dev, bf_dev_pipe_t pipe, uint32_t wred_tbl_hdl, uint32_t index,
                           pipe_wred_spec_t *spec) {
+  const ModelLock lock;
   uint32_t cells = 0;
   if (bf_status_t st = check_cell(g_cells.wreds, wred_tbl_hdl, pipe, index, &cells)) return st;
   pipe_wred_spec_t w;
@@ -440,6 +460,7 @@ bf_status_t drvm_wred_get(bf_dev_id_t dev, bf_dev_pipe_t pipe, uint32_t wred_tbl
 
 bf_status_t drvm_register_get(bf_dev_id_t dev, bf_dev_pipe_t pipe, uint32_t stful_tbl_hdl, uint32_t index,
                               pipe_stful_mem_spec_t *hw, pipe_stful_mem_spec_t *sw) {
+  const ModelLock lock;
   const RegisterDecl *d = register_decl(stful_tbl_hdl);
   if (d == nullptr) return BF_OBJECT_NOT_FOUND;
   if (pipe >= d->instances) return BF_INVALID_ARG;
@@ -457,6 +478,7 @@ bf_status_t drvm_register_get(bf_dev_id_t dev, bf_dev_pipe_t pipe, uint32_t stfu
 
 bf_status_t drvm_register_direct_get(bf_dev_id_t dev, uint32_t mat_tbl_hdl, uint32_t ent_hdl, bf_dev_pipe_t pipe,
                                      pipe_stful_mem_spec_t *hw, pipe_stful_mem_spec_t *sw) {
+  const ModelLock lock;
   auto it = g_cells.direct_registers.find(mat_tbl_hdl);
   if (it == g_cells.direct_registers.end()) return BF_OBJECT_NOT_FOUND;
   if (pipe >= it->second.instances) return BF_INVALID_ARG;
@@ -475,6 +497,7 @@ bf_status_t drvm_register_direct_get(bf_dev_id_t dev, uint32_t mat_tbl_hdl, uint
 
 bf_status_t drvm_entry_resource_get(bf_dev_id_t dev, uint32_t mat_tbl_hdl, uint32_t ent_hdl, uint32_t res_hdl,
                                     uint8_t *data) {
+  const ModelLock lock;
   if (entry_of(dev, mat_tbl_hdl, ent_hdl) == nullptr) return BF_OBJECT_NOT_FOUND;
   const EntryCells *e = entry_cells(dev, ent_hdl);
   const ResData *r = e ? e->find_res(res_hdl) : nullptr;
@@ -483,6 +506,9 @@ bf_status_t drvm_entry_resource_get(bf_dev_id_t dev, uint32_t mat_tbl_hdl, uint3
   return BF_SUCCESS;
 }
 
-size_t drvm_direct_cell_count(void) { return g_cells.entries.size(); }
+size_t drvm_direct_cell_count(void) {
+  const ModelLock lock;
+  return g_cells.entries.size();
+}
 
 }  // extern "C"

@@ -26,15 +26,18 @@ Client *find_client(bf_drv_client_handle_t hdl) {
   return nullptr;
 }
 
-// The hooks in one slot of all clients, taken before any runs, so that a hook may (de)register.
+// The hooks in one slot of all clients, taken under the lock before any runs, so that a hook may
+// (de)register.
 std::vector<bf_drv_generic_cb_t> hooks_in_slot(unsigned slot) {
+  const ModelLock lock;
   std::vector<bf_drv_generic_cb_t> hooks;
   for (const Client &c : g_clients)
     if (c.has_callbacks && c.callbacks.slot[slot] != nullptr) hooks.push_back(c.callbacks.slot[slot]);
   return hooks;
 }
 
-// Calls the hook of one slot of every client, as the driver does; the first non-zero status wins.
+// Calls the hook of one slot of every client, as the driver does, without the lock; the first
+// non-zero status wins.
 template <class Hook, class... Args>
 bf_status_t fire(unsigned slot, Args... args) {
   bf_status_t first = BF_SUCCESS;
@@ -118,17 +121,20 @@ bf_status_t bf_drv_client_register_callbacks(bf_drv_client_handle_t client_hdl,
 
 bf_drv_client_handle_t drvm_client_handle(const char *client_name) {
   if (client_name == nullptr) return 0;
+  const ModelLock lock;
   for (const Client &c : g_clients)
     if (c.name == client_name) return c.hdl;
   return 0;
 }
 
 int drvm_client_callback_prio(bf_drv_client_handle_t client) {
+  const ModelLock lock;
   const Client *c = find_client(client);
   return c != nullptr && c->has_callbacks ? c->prio : -1;
 }
 
 bf_drv_generic_cb_t drvm_client_callback(bf_drv_client_handle_t client, unsigned slot) {
+  const ModelLock lock;
   const Client *c = find_client(client);
   if (c == nullptr || !c->has_callbacks || slot >= BF_DRV_CLIENT_CB_SLOTS) return nullptr;
   return c->callbacks.slot[slot];

@@ -293,6 +293,7 @@ pipe_status_t pipe_mgr_hash_calc_calculate_hash_value(pipe_sess_hdl_t sess_hdl, 
 // ---- The model's side ----
 
 bf_status_t drvm_declare_hash_algorithm(uint32_t algo_hdl, uint32_t kind) {
+  const ModelLock lock;
   if (algo_hdl == 0 || !hash_kind_known(kind)) return BF_INVALID_ARG;
   auto it = g_algos.find(algo_hdl);
   if (it != g_algos.end()) return it->second == kind ? BF_SUCCESS : BF_ALREADY_EXISTS;
@@ -305,6 +306,7 @@ bf_status_t drvm_declare_hash_algorithm(uint32_t algo_hdl, uint32_t kind) {
 }
 
 bf_status_t drvm_declare_hash(uint32_t hash_hdl, uint32_t input_hdl, uint32_t algo_hdl) {
+  const ModelLock lock;
   if (hash_hdl == 0 || input_hdl == 0) return BF_INVALID_ARG;
   if (g_algos.count(algo_hdl) == 0) return BF_OBJECT_NOT_FOUND;
   auto it = g_hashes.find(hash_hdl);

@@ -73,18 +73,26 @@ size_t take_expiries(Expiry *out, size_t n) {
 
 namespace drvm {
 
-void idle_clock_tick(uint64_t now_us) {
-  const uint64_t elapsed = now_us - g_cells.idle_clock_us;
-  g_cells.idle_clock_us = now_us;
-  for (auto &[key, t] : g_cells.idle)
-    if (t.ageing()) t.aged_us += elapsed;
-  // The ageing is done; now the reports, a batch at a time, each batch taken before any of its
-  // callbacks runs. A callback may call the driver (delete the entry, hit it, move the clock): the
-  // next batch is taken afresh.
+void idle_clock_tick() {
+  {
+    const ModelLock lock;
+    const uint64_t now_us = g_clock_us;
+    const uint64_t elapsed = now_us - g_cells.idle_clock_us;
+    g_cells.idle_clock_us = now_us;
+    for (auto &[key, t] : g_cells.idle)
+      if (t.ageing()) t.aged_us += elapsed;
+  }
+  // The ageing is done; now the reports, a batch at a time, each batch taken under the lock before
+  // any of its callbacks runs, and the callbacks called without it. A callback may call the driver
+  // (delete the entry, hit it, move the clock): the next batch is taken afresh.
   constexpr size_t kBatch = 64;
   Expiry batch[kBatch];
   for (;;) {
-    const size_t n = take_expiries(batch, kBatch);
+    size_t n = 0;
+    {
+      const ModelLock lock;
+      n = take_expiries(batch, kBatch);
+    }
     for (size_t i = 0; i < n; ++i)
       if (batch[i].cb) batch[i].cb(batch[i].dev, batch[i].ent, batch[i].cookie);
     if (n < kBatch) break;
@@ -281,6 +289,7 @@ pipe_status_t pipe_mgr_idle_time_get_hit_state(pipe_sess_hdl_t sess_hdl, bf_dev_
 // ---- The model's idle API ----
 
 bf_status_t drvm_idle_hit(bf_dev_id_t dev, uint32_t mat_tbl_hdl, uint32_t ent_hdl) {
+  const ModelLock lock;
   StoredEntry *e = nullptr;
   if (bf_status_t st = idle_entry_of(dev, mat_tbl_hdl, ent_hdl, &e)) return st;
   try {
@@ -295,6 +304,7 @@ bf_status_t drvm_idle_hit(bf_dev_id_t dev, uint32_t mat_tbl_hdl, uint32_t ent_hd
 }
 
 bf_status_t drvm_idle_table_get(bf_dev_id_t dev, uint32_t mat_tbl_hdl, pipe_idle_time_params_t *params, int *enabled) {
+  const ModelLock lock;
   if (!has_idle(mat_tbl_hdl)) return BF_NOT_SUPPORTED;
   const IdleTable *t = idle_table(dev, mat_tbl_hdl);
   if (params) *params = t ? t->params : IdleTable().params;
@@ -304,6 +314,7 @@ bf_status_t drvm_idle_table_get(bf_dev_id_t dev, uint32_t mat_tbl_hdl, pipe_idle
 
 bf_status_t drvm_idle_entry_get(bf_dev_id_t dev, uint32_t mat_tbl_hdl, uint32_t ent_hdl, uint32_t *remaining,
                                 int *expired, uint32_t *hw_hit_state, uint32_t *sw_hit_state) {
+  const ModelLock lock;
   StoredEntry *e = nullptr;
   if (bf_status_t st = idle_entry_of(dev, mat_tbl_hdl, ent_hdl, &e)) return st;
   IdleTable *t = idle_table(dev, mat_tbl_hdl);

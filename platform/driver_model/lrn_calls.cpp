@@ -4,8 +4,9 @@
 // Per device and digest the model keeps the registered callback, the pending batch (the records
 // and the pipe each came from) and counts; the delivered messages not yet acknowledged sit in one
 // list in delivery order, each owning its records. A delivery is planned and made room for in full
-// (messages built, lists reserved), then committed without anything that can fail, and only then
-// are the callbacks called, so that a callback sees a whole store and may call the driver.
+// (messages built, lists reserved), then committed without anything that can fail, and only then,
+// with the model's lock released, are the callbacks called, so that a callback sees a whole store
+// and may call the driver.
 #include <algorithm>
 #include <cstring>
 #include <map>
@@ -123,13 +124,17 @@ void commit(Plan &p, Lrn &l, std::vector<Delivery> &out) {
   l.first_us = p.rest_first_us;
 }
 
-// Calls the callbacks of deliveries committed, in order. A message acknowledged before its turn is
-// not delivered; a reset from a callback ends the deliveries.
-void call_back(const std::vector<Delivery> &ds) {
-  const uint64_t gen = g_generation, acks = g_acks;
+// Calls the callbacks of deliveries committed, in order, without the lock; gen and acks are the
+// reset generation and the acknowledgement count as they were at the commit. A message
+// acknowledged before its turn is not delivered; a reset (from a callback or another thread) ends
+// the deliveries.
+void call_back(const std::vector<Delivery> &ds, uint64_t gen, uint64_t acks) {
   for (const Delivery &d : ds) {
-    if (g_generation != gen) return;
-    if (g_acks != acks && !outstanding(d.serial)) continue;  // looked for only once a callback acknowledged
+    {
+      const ModelLock lock;
+      if (g_generation != gen) return;
+      if (g_acks != acks && !outstanding(d.serial)) continue;  // looked for only once a message was acknowledged
+    }
     d.cb(d.sess, d.msg, d.cookie);
   }
 }
@@ -150,21 +155,28 @@ void reset_learning() {
 // Delivers every pending batch, of a digest with a callback, whose timeout has passed: all its
 // records, in messages of at most the batch size, by device and digest handle. If the model's
 // memory runs out, the batches not yet taken stay pending for the next move of the clock.
-void learn_clock_tick(uint64_t now_us) {
+void learn_clock_tick() {
   std::vector<Delivery> ds;
-  try {
-    for (auto &[key, l] : g_lrn) {
-      if (l.cb == nullptr || l.pipes.empty() || now_us - l.first_us < timeout_of(key.first)) continue;
-      const uint32_t size = g_digests.at(key.second);
-      Plan p;
-      plan(p, key.first, key.second, size, l.pending.data(), l.pipes.data(), l.pipes.size(), l.pipes.size());
-      g_outstanding.reserve(g_outstanding.size() + p.msgs.size());
-      ds.reserve(ds.size() + p.msgs.size());
-      commit(p, l, ds);
+  uint64_t gen = 0, acks = 0;
+  {
+    const ModelLock lock;
+    const uint64_t now_us = g_clock_us;
+    gen = g_generation;
+    acks = g_acks;
+    try {
+      for (auto &[key, l] : g_lrn) {
+        if (l.cb == nullptr || l.pipes.empty() || now_us - l.first_us < timeout_of(key.first)) continue;
+        const uint32_t size = g_digests.at(key.second);
+        Plan p;
+        plan(p, key.first, key.second, size, l.pending.data(), l.pipes.data(), l.pipes.size(), l.pipes.size());
+        g_outstanding.reserve(g_outstanding.size() + p.msgs.size());
+        ds.reserve(ds.size() + p.msgs.size());
+        commit(p, l, ds);
+      }
+    } catch (const std::bad_alloc &) {
     }
-  } catch (const std::bad_alloc &) {
   }
-  call_back(ds);
+  call_back(ds, gen, acks);
 }
 
 }  // namespace drvm
@@ -254,6 +266,7 @@ pipe_status_t pipe_mgr_flow_lrn_set_timeout(pipe_sess_hdl_t sess_hdl, bf_dev_id_
 // ---- The model's side ----
 
 bf_status_t drvm_declare_digest(uint32_t digest_hdl, uint32_t entry_size) {
+  const ModelLock lock;
   if (entry_size == 0 || entry_size > 0xFFFFu) return BF_INVALID_ARG;
   auto it = g_digests.find(digest_hdl);
   if (it != g_digests.end()) return it->second == entry_size ? BF_SUCCESS : BF_ALREADY_EXISTS;
@@ -266,69 +279,80 @@ bf_status_t drvm_declare_digest(uint32_t digest_hdl, uint32_t entry_size) {
 }
 
 bf_status_t drvm_set_learn_batch_size(uint32_t records) {
+  const ModelLock lock;
   if (records == 0 || records > 0xFFFFu) return BF_INVALID_ARG;
   g_batch = records;
   return BF_SUCCESS;
 }
 
 bf_status_t drvm_learn(bf_dev_id_t dev, bf_dev_pipe_t pipe, uint32_t digest_hdl, const void *records, uint32_t n) {
-  auto d = g_digests.find(digest_hdl);
-  if (d == g_digests.end()) return BF_OBJECT_NOT_FOUND;
-  if (records == nullptr && n != 0) return BF_INVALID_ARG;
-  if (n == 0) return BF_SUCCESS;
-  const size_t size = d->second;
-  if (n > SIZE_MAX / size / 2) return BF_INVALID_ARG;  // no such buffer fits in memory
   std::vector<Delivery> ds;
-  try {
-    Lrn *l = find_lrn(dev, digest_hdl);
-    if (l == nullptr || l->cb == nullptr) {
-      if (l == nullptr) l = &g_lrn[Key{dev, digest_hdl}];
-      l->dropped += n;
-      return BF_SUCCESS;
+  uint64_t gen = 0, acks = 0;
+  {
+    const ModelLock lock;
+    auto d = g_digests.find(digest_hdl);
+    if (d == g_digests.end()) return BF_OBJECT_NOT_FOUND;
+    if (records == nullptr && n != 0) return BF_INVALID_ARG;
+    if (n == 0) return BF_SUCCESS;
+    const size_t size = d->second;
+    if (n > SIZE_MAX / size / 2) return BF_INVALID_ARG;  // no such buffer fits in memory
+    gen = g_generation;
+    acks = g_acks;
+    try {
+      Lrn *l = find_lrn(dev, digest_hdl);
+      if (l == nullptr || l->cb == nullptr) {
+        if (l == nullptr) l = &g_lrn[Key{dev, digest_hdl}];
+        l->dropped += n;
+        return BF_SUCCESS;
+      }
+      // The pending batch followed by the new records.
+      const size_t old = l->pipes.size(), total = old + n;
+      std::vector<uint8_t> all(total * size);
+      std::vector<uint32_t> pipes(total, pipe);
+      if (old) {
+        std::memcpy(all.data(), l->pending.data(), old * size);
+        std::copy(l->pipes.begin(), l->pipes.end(), pipes.begin());
+      }
+      std::memcpy(all.data() + old * size, records, size_t(n) * size);
+      // Full batches go now; the rest too if its first record has waited the timeout.
+      const uint64_t now = g_clock_us;
+      size_t deliver = total - total % g_batch;
+      const uint64_t rest_first = deliver < old ? l->first_us : now;
+      if (deliver < total && now - rest_first >= timeout_of(dev)) deliver = total;
+      Plan p;
+      plan(p, dev, digest_hdl, static_cast<uint32_t>(size), all.data(), pipes.data(), total, deliver);
+      p.rest_first_us = deliver < total ? rest_first : 0;
+      g_outstanding.reserve(g_outstanding.size() + p.msgs.size());
+      ds.reserve(p.msgs.size());
+      commit(p, *l, ds);
+    } catch (const std::bad_alloc &) {
+      return BF_NO_SYS_RESOURCES;
     }
-    // The pending batch followed by the new records.
-    const size_t old = l->pipes.size(), total = old + n;
-    std::vector<uint8_t> all(total * size);
-    std::vector<uint32_t> pipes(total, pipe);
-    if (old) {
-      std::memcpy(all.data(), l->pending.data(), old * size);
-      std::copy(l->pipes.begin(), l->pipes.end(), pipes.begin());
-    }
-    std::memcpy(all.data() + old * size, records, size_t(n) * size);
-    // Full batches go now; the rest too if its first record has waited the timeout.
-    const uint64_t now = g_clock_us;
-    size_t deliver = total - total % g_batch;
-    const uint64_t rest_first = deliver < old ? l->first_us : now;
-    if (deliver < total && now - rest_first >= timeout_of(dev)) deliver = total;
-    Plan p;
-    plan(p, dev, digest_hdl, static_cast<uint32_t>(size), all.data(), pipes.data(), total, deliver);
-    p.rest_first_us = deliver < total ? rest_first : 0;
-    g_outstanding.reserve(g_outstanding.size() + p.msgs.size());
-    ds.reserve(p.msgs.size());
-    commit(p, *l, ds);
-  } catch (const std::bad_alloc &) {
-    return BF_NO_SYS_RESOURCES;
   }
-  call_back(ds);
+  call_back(ds, gen, acks);
   return BF_SUCCESS;
 }
 
 uint32_t drvm_learn_pending(bf_dev_id_t dev, uint32_t digest_hdl) {
+  const ModelLock lock;
   const Lrn *l = find_lrn(dev, digest_hdl);
   return l ? static_cast<uint32_t>(l->pipes.size()) : 0;
 }
 
 uint64_t drvm_learn_dropped(bf_dev_id_t dev, uint32_t digest_hdl) {
+  const ModelLock lock;
   const Lrn *l = find_lrn(dev, digest_hdl);
   return l ? l->dropped : 0;
 }
 
 uint64_t drvm_learn_delivered(bf_dev_id_t dev, uint32_t digest_hdl) {
+  const ModelLock lock;
   const Lrn *l = find_lrn(dev, digest_hdl);
   return l ? l->delivered : 0;
 }
 
 size_t drvm_learn_outstanding_count(bf_dev_id_t dev, uint32_t digest_hdl) {
+  const ModelLock lock;
   size_t n = 0;
   for (const auto &m : g_outstanding)
     n += m->msg.dev_tgt.device_id == dev && m->msg.flow_lrn_fld_lst_hdl == digest_hdl ? 1 : 0;
@@ -336,6 +360,7 @@ size_t drvm_learn_outstanding_count(bf_dev_id_t dev, uint32_t digest_hdl) {
 }
 
 const pipe_flow_lrn_msg_t *drvm_learn_outstanding(bf_dev_id_t dev, uint32_t digest_hdl, size_t i) {
+  const ModelLock lock;
   for (const auto &m : g_outstanding)
     if (m->msg.dev_tgt.device_id == dev && m->msg.flow_lrn_fld_lst_hdl == digest_hdl && i-- == 0) return &m->msg;
   return nullptr;
@@ -343,6 +368,7 @@ const pipe_flow_lrn_msg_t *drvm_learn_outstanding(bf_dev_id_t dev, uint32_t dige
 
 bf_status_t drvm_learn_callback(bf_dev_id_t dev, uint32_t digest_hdl, pipe_flow_lrn_notify_cb *cb, void **cookie,
                                 pipe_sess_hdl_t *sess_hdl) {
+  const ModelLock lock;
   const Lrn *l = find_lrn(dev, digest_hdl);
   if (l == nullptr || l->cb == nullptr) return BF_OBJECT_NOT_FOUND;
   if (cb) *cb = l->cb;
@@ -351,6 +377,9 @@ bf_status_t drvm_learn_callback(bf_dev_id_t dev, uint32_t digest_hdl, pipe_flow_
   return BF_SUCCESS;
 }
 
-uint32_t drvm_learn_timeout(bf_dev_id_t dev) { return timeout_of(dev); }
+uint32_t drvm_learn_timeout(bf_dev_id_t dev) {
+  const ModelLock lock;
+  return timeout_of(dev);
+}
 
 }  // extern "C"

@@ -127,6 +127,7 @@ pipe_status_t pipe_mgr_table_get_default_entry(pipe_sess_hdl_t sess_hdl, dev_tar
 
 bf_status_t drvm_set_initial_default(bf_dev_id_t dev, uint32_t tbl_hdl, uint32_t act_fn_hdl,
                                      const pipe_action_spec_t *action) {
+  const ModelLock lock;
   // An initial default is the program's: it carries an action, never a member or group.
   if (bad_action(action) || drvm::binding_of(*action).kind != Binding::Kind::none) return BF_INVALID_ARG;
   try {
@@ -144,6 +145,7 @@ bf_status_t drvm_set_initial_default(bf_dev_id_t dev, uint32_t tbl_hdl, uint32_t
 
 bf_status_t drvm_default_entry_get(bf_dev_id_t dev, uint32_t tbl_hdl, uint32_t *ent_hdl,
                                    uint32_t *act_fn_hdl, pipe_action_spec_t *action) {
+  const ModelLock lock;
   const Table *t = store_table(dev, tbl_hdl);
   if (t == nullptr || !t->default_entry) return BF_OBJECT_NOT_FOUND;
   if (ent_hdl) *ent_hdl = t->default_hdl;

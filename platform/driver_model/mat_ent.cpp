@@ -171,6 +171,7 @@ pipe_status_t pipe_mgr_mat_ent_del_by_match_spec(pipe_sess_hdl_t sess_hdl, dev_t
 }
 
 size_t drvm_entry_count(bf_dev_id_t dev, uint32_t tbl_hdl) {
+  const ModelLock lock;
   const Table *t = store_table(dev, tbl_hdl);
   return t ? t->entries.size() : 0;
 }
@@ -178,6 +179,7 @@ size_t drvm_entry_count(bf_dev_id_t dev, uint32_t tbl_hdl) {
 bf_status_t drvm_entry_get(bf_dev_id_t dev, uint32_t tbl_hdl, uint32_t ent_hdl,
                            pipe_tbl_match_spec_t *match, uint32_t *act_fn_hdl,
                            pipe_action_spec_t *action, uint32_t *ttl) {
+  const ModelLock lock;
   const Lookup l = store_lookup(dev, tbl_hdl, ent_hdl);
   if (l.entry == nullptr) return BF_OBJECT_NOT_FOUND;
   store_read(*l.table, *l.entry, match, action);

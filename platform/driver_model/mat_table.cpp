@@ -68,6 +68,7 @@ pipe_status_t pipe_register_mat_update_cb(pipe_sess_hdl_t sess_hdl, bf_dev_id_t 
 }
 
 bf_status_t drvm_mat_update_cb(bf_dev_id_t dev, uint32_t tbl_hdl, pipe_mat_update_cb *cb, void **cookie) {
+  const ModelLock lock;
   const Table *t = store_table(dev, tbl_hdl);
   if (t == nullptr || t->update_cb == nullptr) return BF_OBJECT_NOT_FOUND;
   if (cb) *cb = t->update_cb;

@@ -2,9 +2,11 @@
 #ifndef CV_DRIVER_MODEL_INTERNAL_H
 #define CV_DRIVER_MODEL_INTERNAL_H
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <string>
 #include <vector>
@@ -13,11 +15,35 @@
 
 namespace drvm {
 
-// Pass-through mode: plain globals, hidden in the library, so that the fast path of a driver
-// function is one load and a branch.
 #define CV_DRVM_HIDDEN __attribute__((visibility("hidden")))
-extern bool g_passthrough CV_DRVM_HIDDEN;
-extern uint32_t g_passthrough_hdl CV_DRVM_HIDDEN;
+
+// ---- The model's lock ----
+//
+// One lock guards all of the model's state: stores, profiles, cells, telemetry, clients, system
+// services, recorded calls and queued refusals. A driver call holds it from its record to its last
+// change (serve_call); every drvm_* function, bf_sys_* function and placement-list function holds
+// it while it reads or changes the model. Nothing is called back while it is held: update notices,
+// the hitless replay, idle expiries, learning deliveries and device hooks are taken under it and
+// called after it is released, so a callback may call the model from any thread. It is not
+// recursive: no code that holds it calls an exported function of the model.
+extern std::mutex g_lock CV_DRVM_HIDDEN;
+
+// Holds the model's lock for a scope.
+class ModelLock {
+ public:
+  ModelLock() { g_lock.lock(); }
+  ~ModelLock() { g_lock.unlock(); }
+  ModelLock(const ModelLock &) = delete;
+  ModelLock &operator=(const ModelLock &) = delete;
+};
+
+// Pass-through mode: globals hidden in the library and used without the lock, so that the fast
+// path of a driver function is one load and a branch (a relaxed atomic load is a plain load). The
+// handle count is moved on by a relaxed load and store, not a locked read-modify-write (which
+// nearly tripled the cost of a pass-through add): threads in pass-through mode at once are no data
+// race, but may be given the same number. Pass-through is for measuring one thread's speed.
+extern std::atomic<bool> g_passthrough CV_DRVM_HIDDEN;
+extern std::atomic<uint32_t> g_passthrough_hdl CV_DRVM_HIDDEN;
 
 // One recorded call with the memory its pointers point into.
 struct RecordedCall {
@@ -36,7 +62,7 @@ struct RecordedCall {
 };
 
 // Appends a record for a call of fn (a string literal) and returns it, or null while recording
-// is off. The record stays at the same address until drvm_clear_calls or drvm_reset.
+// is off. The record stays at the same address until drvm_clear_calls or drvm_reset. Under the lock.
 RecordedCall *record(const char *fn);
 
 // Finishes a record (if any) with the status the call returns, and passes the status on.
@@ -45,7 +71,8 @@ inline bf_status_t finish(RecordedCall *rec, bf_status_t status) {
   return status;
 }
 
-// True if a refusal is queued for fn; *status is then its status and the refusal is used up.
+// True if a refusal is queued for fn; *status is then its status and the refusal is used up. Under
+// the lock.
 extern size_t g_faults_pending CV_DRVM_HIDDEN;
 bool take_fault_slow(const char *fn, bf_status_t *status);
 inline bool take_fault(const char *fn, bf_status_t *status) {
@@ -104,32 +131,39 @@ struct PassThrough {
 
 // Whether pass-through mode answers a call at once: it is on, and the function is one of
 // drv/pipe_mgr.h.
-inline bool passes_through(PassThrough pt) { return pt.mode != PassThrough::Mode::not_affected && g_passthrough; }
+inline bool passes_through(PassThrough pt) {
+  return pt.mode != PassThrough::Mode::not_affected && g_passthrough.load(std::memory_order_relaxed);
+}
 
 // The answer of pass-through mode: 0, and for a function that writes one handle the next number of
 // the running count (a null handle pointer skips the write, not the count).
 inline bf_status_t pass_through(PassThrough pt) {
   if (pt.mode == PassThrough::Mode::handle) {
-    ++g_passthrough_hdl;
-    if (pt.hdl) *pt.hdl = g_passthrough_hdl;
+    const uint32_t hdl = g_passthrough_hdl.load(std::memory_order_relaxed) + 1;
+    g_passthrough_hdl.store(hdl, std::memory_order_relaxed);
+    if (pt.hdl) *pt.hdl = hdl;
   }
   return BF_SUCCESS;
 }
 
-// Steps 2 to 6 of a driver call (see DRIVER_CALL).
+// Steps 2 to 6 of a driver call (see DRIVER_CALL): 2 to 5 and the record's status under the
+// model's lock, the callbacks after it is released.
 template <class Fill, class Serve>
 [[gnu::noinline]] bf_status_t serve_call(const char *fn, Fill &&fill, Serve &&serve) {
-  RecordedCall *rec = nullptr;
   Notices notices;
   bf_status_t st;
-  try {
-    rec = record(fn);
-    if (rec) fill(*rec);
-    if (!take_fault(fn, &st)) st = serve(rec, notices);
-  } catch (const std::bad_alloc &) {
-    st = BF_NO_SYS_RESOURCES;
+  {
+    const ModelLock lock;
+    RecordedCall *rec = nullptr;
+    try {
+      rec = record(fn);
+      if (rec) fill(*rec);
+      if (!take_fault(fn, &st)) st = serve(rec, notices);
+    } catch (const std::bad_alloc &) {
+      st = BF_NO_SYS_RESOURCES;
+    }
+    finish(rec, st);
   }
-  finish(rec, st);
   if (st == BF_SUCCESS) notices.fire();
   return st;
 }
@@ -148,6 +182,8 @@ template <class Fill, class Serve>
 //  5. an allocation failure (std::bad_alloc) answers BF_NO_SYS_RESOURCES;
 //  6. the record is finished with the status, and only then, on success, the callbacks run, so
 //     that a callback may call the driver.
+// Steps 2 to 6, up to the record's status, run under the model's lock; the callbacks run after it
+// is released, so a callback may call the driver from its own thread or wait for another that does.
 // It is a macro only so that step 1 comes before the two lambdas are even made: the pass-through
 // path of a driver function is then one load and a branch. The PassThrough is evaluated twice and
 // must have no side effects.
@@ -156,7 +192,7 @@ template <class Fill, class Serve>
 
 namespace drvm {
 
-// Per-module parts of drvm_reset.
+// Per-module parts of drvm_reset, run under the lock.
 void reset_calls_and_faults();
 void reset_sys();
 void reset_clients();
@@ -165,11 +201,12 @@ void reset_profiles();
 void reset_cells();
 void reset_telemetry();
 
-// The clock (drvm_advance_clock): the model's time now, and the per-module steps of moving it,
-// run in this order with the new time.
+// The clock (drvm_advance_clock): the model's time now (under the lock), and the per-module steps
+// of moving it, run in this order without the lock held: each takes it while it reads or changes
+// the model, and releases it for the callbacks it calls.
 extern uint64_t g_clock_us CV_DRVM_HIDDEN;
-void idle_clock_tick(uint64_t now_us);
-void learn_clock_tick(uint64_t now_us);
+void idle_clock_tick();
+void learn_clock_tick();
 
 }  // namespace drvm
 

@@ -32,9 +32,12 @@ struct List {
   std::vector<std::unique_ptr<Datum>> datums;
 };
 
-// The datums of every list not yet destroyed. A list survives drvm_reset: it is the client's copy.
+// The datums of every list not yet destroyed, under the model's lock. A list survives drvm_reset:
+// it is the client's copy. A list itself is not shared with the model: it is made under the lock,
+// never changed until it is destroyed, and read (count, datums) without the lock.
 std::unordered_set<const void *> g_live;
 
+// The datum at p if it is a live one of that kind, else null. Under the lock.
 const Datum *live(const void *p, Kind kind) {
   if (p == nullptr || g_live.count(p) == 0) return nullptr;
   const Datum *d = static_cast<const Datum *>(p);
@@ -163,7 +166,10 @@ void *pipe_mgr_plcmt_list_datum(const void *plcmt_list, uint32_t index, uint32_t
 void pipe_mgr_plcmt_list_destroy(void *plcmt_list) {
   auto *list = static_cast<List *>(plcmt_list);
   if (list == nullptr) return;
-  for (const auto &d : list->datums) g_live.erase(d.get());
+  {
+    const ModelLock lock;
+    for (const auto &d : list->datums) g_live.erase(d.get());
+  }
   delete list;
 }
 
@@ -205,8 +211,12 @@ pipe_status_t pipe_mgr_plcmt_mat_data_get_entry(const void *plcmt_data, pipe_tbl
 pipe_status_t pipe_mgr_plcmt_adt_data_get_entry(const void *plcmt_data, pipe_action_spec_t *act_spec,
                                                 pipe_act_fn_hdl_t *act_fn_hdl) {
   // The action handle is written before anything else, a refusal included: a decoder reads it
-  // whatever the status.
-  const Datum *d = live(plcmt_data, Kind::adt);
+  // whatever the status. A datum does not change while it lives, so it is read without the lock.
+  const Datum *d = nullptr;
+  {
+    const ModelLock lock;
+    d = live(plcmt_data, Kind::adt);
+  }
   if (act_fn_hdl) *act_fn_hdl = d ? d->action.act_fn_hdl : 0;
   return DRIVER_CALL(
       "pipe_mgr_plcmt_adt_data_get_entry", PassThrough::zero(),

@@ -759,7 +759,8 @@ pipe_status_t pipe_mgr_hitless_ha_restore_virtual_dev_state(pipe_sess_hdl_t sess
         if (rec) rec->call.arg_u32[2] = static_cast<uint32_t>(facts.size());
         return BF_SUCCESS;
       });
-  // The replay runs once the call is finished, so that the callback may call into the model.
+  // The replay runs once the call is finished and the model's lock released, so that the callback
+  // may call into the model, from this thread or another.
   if (st == BF_SUCCESS)
     for (const Fact &f : facts) cb(sess_hdl, dev_id, f.adt, f.act, f.grp, f.mbr, f.res);
   return st;

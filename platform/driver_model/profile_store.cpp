@@ -178,6 +178,7 @@ using namespace drvm;
 extern "C" {
 
 bf_status_t drvm_set_profile(uint32_t adt_tbl_hdl, uint32_t sel_tbl_hdl, uint32_t mat_tbl_hdl) {
+  const ModelLock lock;
   if (adt_tbl_hdl == 0 || sel_tbl_hdl == 0) return BF_INVALID_ARG;
   // A profile known in part (by inference) is completed; one that contradicts it is refused.
   Pairing *found = nullptr;
@@ -203,22 +204,31 @@ bf_status_t drvm_set_profile(uint32_t adt_tbl_hdl, uint32_t sel_tbl_hdl, uint32_
   return BF_SUCCESS;
 }
 
-uint32_t drvm_profile_adt(uint32_t tbl_hdl) { return adt_of(tbl_hdl); }
+uint32_t drvm_profile_adt(uint32_t tbl_hdl) {
+  const ModelLock lock;
+  return adt_of(tbl_hdl);
+}
 
-uint32_t drvm_profile_sel(uint32_t tbl_hdl) { return sel_of(tbl_hdl); }
+uint32_t drvm_profile_sel(uint32_t tbl_hdl) {
+  const ModelLock lock;
+  return sel_of(tbl_hdl);
+}
 
 uint32_t drvm_profile_mat(uint32_t tbl_hdl) {
+  const ModelLock lock;
   const Pairing *p = pairing_with(tbl_hdl);
   return p ? p->mat : 0;
 }
 
 size_t drvm_member_count(bf_dev_id_t dev, uint32_t adt_tbl_hdl) {
+  const ModelLock lock;
   const AdtTable *t = find_adt(dev, adt_tbl_hdl);
   return t ? t->members.size() : 0;
 }
 
 bf_status_t drvm_member_get(bf_dev_id_t dev, uint32_t adt_tbl_hdl, uint32_t mbr_hdl, uint32_t *act_fn_hdl,
                             pipe_action_spec_t *action, uint32_t *pipe, uint32_t *refs) {
+  const ModelLock lock;
   AdtTable *t = find_adt(dev, adt_tbl_hdl);
   if (t == nullptr) return BF_OBJECT_NOT_FOUND;
   auto it = t->members.find(mbr_hdl);
@@ -232,12 +242,14 @@ bf_status_t drvm_member_get(bf_dev_id_t dev, uint32_t adt_tbl_hdl, uint32_t mbr_
 }
 
 size_t drvm_group_count(bf_dev_id_t dev, uint32_t sel_tbl_hdl) {
+  const ModelLock lock;
   const SelTable *t = find_sel(dev, sel_tbl_hdl);
   return t ? t->groups.size() : 0;
 }
 
 bf_status_t drvm_group_get(bf_dev_id_t dev, uint32_t sel_tbl_hdl, uint32_t grp_hdl, uint32_t *max_size,
                            uint32_t *pipe, uint32_t *num_mbrs) {
+  const ModelLock lock;
   SelTable *t = find_sel(dev, sel_tbl_hdl);
   if (t == nullptr) return BF_OBJECT_NOT_FOUND;
   auto it = t->groups.find(grp_hdl);
@@ -250,6 +262,7 @@ bf_status_t drvm_group_get(bf_dev_id_t dev, uint32_t sel_tbl_hdl, uint32_t grp_h
 
 bf_status_t drvm_group_member(bf_dev_id_t dev, uint32_t sel_tbl_hdl, uint32_t grp_hdl, size_t i, uint32_t *mbr_hdl,
                               int *active) {
+  const ModelLock lock;
   SelTable *t = find_sel(dev, sel_tbl_hdl);
   if (t == nullptr) return BF_OBJECT_NOT_FOUND;
   auto it = t->groups.find(grp_hdl);
@@ -260,6 +273,7 @@ bf_status_t drvm_group_member(bf_dev_id_t dev, uint32_t sel_tbl_hdl, uint32_t gr
 }
 
 bf_status_t drvm_fallback_member(bf_dev_id_t dev, uint32_t sel_tbl_hdl, uint32_t pipe, uint32_t *mbr_hdl) {
+  const ModelLock lock;
   SelTable *t = find_sel(dev, sel_tbl_hdl);
   if (t == nullptr) return BF_OBJECT_NOT_FOUND;
   auto it = t->fallback.find(pipe);
@@ -269,6 +283,7 @@ bf_status_t drvm_fallback_member(bf_dev_id_t dev, uint32_t sel_tbl_hdl, uint32_t
 }
 
 bf_status_t drvm_adt_update_cb(bf_dev_id_t dev, uint32_t adt_tbl_hdl, pipe_adt_update_cb *cb, void **cookie) {
+  const ModelLock lock;
   const AdtTable *t = find_adt(dev, adt_tbl_hdl);
   if (t == nullptr || t->cb == nullptr) return BF_OBJECT_NOT_FOUND;
   if (cb) *cb = t->cb;
@@ -277,6 +292,7 @@ bf_status_t drvm_adt_update_cb(bf_dev_id_t dev, uint32_t adt_tbl_hdl, pipe_adt_u
 }
 
 bf_status_t drvm_sel_update_cb(bf_dev_id_t dev, uint32_t sel_tbl_hdl, pipe_sel_update_cb *cb, void **cookie) {
+  const ModelLock lock;
   const SelTable *t = find_sel(dev, sel_tbl_hdl);
   if (t == nullptr || t->cb == nullptr) return BF_OBJECT_NOT_FOUND;
   if (cb) *cb = t->cb;
@@ -285,6 +301,7 @@ bf_status_t drvm_sel_update_cb(bf_dev_id_t dev, uint32_t sel_tbl_hdl, pipe_sel_u
 }
 
 bf_status_t drvm_sel_tbl_cb(bf_dev_id_t dev, uint32_t sel_tbl_hdl, pipe_sel_tbl_update_cb *cb, void **cookie) {
+  const ModelLock lock;
   const SelTable *t = find_sel(dev, sel_tbl_hdl);
   if (t == nullptr || t->tbl_cb == nullptr) return BF_OBJECT_NOT_FOUND;
   if (cb) *cb = t->tbl_cb;

@@ -367,6 +367,7 @@ pipe_status_t pipe_mgr_pvs_entry_get_count(pipe_sess_hdl_t sess_hdl, bf_dev_id_t
 // ---- The model's side ----
 
 bf_status_t drvm_declare_value_set(uint32_t pvs_hdl, uint32_t capacity, uint32_t field_bits) {
+  const ModelLock lock;
   if (capacity == 0 || field_bits == 0 || field_bits > 32) return BF_INVALID_ARG;
   auto it = g_decls.find(pvs_hdl);
   if (it != g_decls.end())
@@ -380,6 +381,7 @@ bf_status_t drvm_declare_value_set(uint32_t pvs_hdl, uint32_t capacity, uint32_t
 }
 
 uint32_t drvm_pvs_entry_count(bf_dev_id_t dev, uint32_t pvs_hdl) {
+  const ModelLock lock;
   const Set *s = find_set(dev, pvs_hdl);
   return s ? static_cast<uint32_t>(s->entries.size()) : 0;
 }

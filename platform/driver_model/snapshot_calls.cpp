@@ -197,6 +197,7 @@ bf_status_t bf_snapshot_capture_get(pipe_snapshot_hdl_t hdl, bf_dev_pipe_t pipe,
 // ---- The model's side ----
 
 bf_status_t drvm_snapshot_configure(uint32_t stages, uint32_t per_stage_size, uint32_t field_record_size) {
+  const ModelLock lock;
   if (stages == 0 || field_record_size == 0 || per_stage_size < field_record_size ||
       uint64_t(stages) * per_stage_size > 0xFFFFFFFFu)
     return BF_INVALID_ARG;
@@ -207,6 +208,7 @@ bf_status_t drvm_snapshot_configure(uint32_t stages, uint32_t per_stage_size, ui
 
 bf_status_t drvm_snapshot_packet(pipe_snapshot_hdl_t hdl, bf_dev_pipe_t pipe, const uint8_t *phv_record,
                                  int *captured) {
+  const ModelLock lock;
   Snap *s = find_snap(hdl);
   if (s == nullptr) return BF_OBJECT_NOT_FOUND;
   if (phv_record == nullptr || pipe == BF_DEV_PIPE_ALL) return BF_INVALID_ARG;
@@ -223,9 +225,13 @@ bf_status_t drvm_snapshot_packet(pipe_snapshot_hdl_t hdl, bf_dev_pipe_t pipe, co
   return BF_SUCCESS;
 }
 
-size_t drvm_snapshot_count(void) { return g_snaps.size(); }
+size_t drvm_snapshot_count(void) {
+  const ModelLock lock;
+  return g_snaps.size();
+}
 
 bf_status_t drvm_snapshot_trigger(pipe_snapshot_hdl_t hdl, const uint8_t **value, const uint8_t **mask) {
+  const ModelLock lock;
   const Snap *s = find_snap(hdl);
   if (s == nullptr || !s->has_trigger) return BF_OBJECT_NOT_FOUND;
   if (value) *value = s->value.data();

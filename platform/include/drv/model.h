@@ -7,8 +7,13 @@
  * test can assert the exact traffic. Tests can inject faults: a refusal of the next call of a
  * function, allocation failure, and the driver's debug mode.
  *
- * The model is process-global, as the real driver is. It is not thread-safe: tests drive it from
- * one thread. Plain C99. */
+ * The model is process-global, as the real driver is, and thread-safe, as the real driver is: one
+ * lock guards all of its state, every driver call holds it from its record to its status (so each
+ * call is atomic), and every function of this header holds it while it reads or changes the model.
+ * Callbacks (update and sync callbacks, the hitless replay, idle expiries, learning deliveries,
+ * device hooks) run without it, so a callback may call the driver or the model from any thread.
+ * Pointers into the model that functions hand out stay valid as each says, until the change that
+ * frees them, made by any thread. Plain C99. */
 #ifndef DRV_MODEL_H
 #define DRV_MODEL_H
 
@@ -32,8 +37,8 @@ void drvm_reset(void);
 void drvm_set_recording(int on);
 
 /** Pass-through mode for speed measurements: pipe_mgr_* and pipe_register_* calls return 0 at once,
- * store, call back and record nothing; the entry, member and group handles they write are one
- * running count. */
+ * store, call back, record and lock nothing; the entry, member and group handles they write are one
+ * running count (threads using it at once may be given the same number). */
 void drvm_set_passthrough(int on);
 
 /** The model's clock, in microseconds from 0 at drvm_reset. It stands still until a test moves it:
@@ -49,7 +54,7 @@ void drvm_advance_clock(uint64_t usecs);
 /** @{ */
 
 /** One recorded driver call. Pointers in a record point into memory owned by the model, valid until
- * the next drvm_reset or drvm_clear_calls. The match and action records are copies of what the
+ * the next drvm_reset or drvm_clear_calls (by any thread). The match and action records are copies of what the
  * caller passed, with their image pointers redirected to copies of the images; a pointer the caller
  * passed as null stays null. */
 typedef struct drvm_call {
