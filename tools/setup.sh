@@ -2,14 +2,16 @@
 # Installs what the build needs on a Debian machine: the compiler with its 32-bit multilib, CMake,
 # Python, Doxygen for the reference documentation, and cJSON, GoogleTest and Google Benchmark for
 # both x86-64 and i386. The sanitizer runtimes of the sanitizer leg (libasan8, libubsan1, liblsan0)
-# come with the compiler: gcc-12 needs libgcc-12-dev, which needs them.
+# come with the compiler: gcc-12 needs libgcc-12-dev, which needs them. The fuzz targets (tools/fuzz.sh)
+# need clang, its libFuzzer and sanitizer runtimes (libclang-rt-14-dev) and llvm-symbolizer (llvm).
 set -euo pipefail
 SUDO=""
 [ "$(id -u)" -eq 0 ] || SUDO="sudo"
 export DEBIAN_FRONTEND=noninteractive
 packages=(build-essential g++-multilib cmake python3 python3-setuptools python3-wheel python3-venv binutils pkgconf doxygen libedit-dev
           libcjson-dev libgtest-dev libbenchmark-dev
-          libcjson-dev:i386 libgtest-dev:i386 libbenchmark-dev:i386)
+          libcjson-dev:i386 libgtest-dev:i386 libbenchmark-dev:i386
+          clang libclang-rt-14-dev llvm)
 if ! dpkg --print-foreign-architectures | grep -qx i386; then
   $SUDO dpkg --add-architecture i386
 fi

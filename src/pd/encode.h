@@ -18,8 +18,13 @@ extern "C" {
 #define CV_INLINE inline __attribute__((always_inline))
 // The steps that every export of a table or an action repeats (encoding a key, decoding a key or an
 // action's parameters): one copy per table or action, called, instead of one per export inlined.
-// Still specialised on the descriptors; never cloned per caller, which would undo the sharing.
+// Still specialised on the descriptors; never cloned per caller, which would undo the sharing
+// (gcc's noclone; clang has no such attribute and does not clone a noinline function per caller).
+#if defined(__clang__)
+#define CV_SHARED inline __attribute__((noinline))
+#else
 #define CV_SHARED inline __attribute__((noinline, noclone))
+#endif
 
 namespace cv::pd {
 
