@@ -14,9 +14,8 @@ changes the thunks with it; an argument this module does not know stops the buil
 
 import sys
 
-import catalog as cat_mod
 import families
-from output import write
+from output import catalog_main
 from catalog import PREFIX
 from families import key_record, param_record
 
@@ -325,17 +324,7 @@ def emit(c):
 
 
 def main(argv):
-    if len(argv) != 2:
-        print(__doc__, file=sys.stderr)
-        return 2
-    try:
-        c = cat_mod.load(argv[0])
-    except cat_mod.CatalogError as e:
-        print("%s: %s" % (argv[0], e), file=sys.stderr)
-        return 1
-    body = emit(c)
-    write(argv[1], body)
-    return 0
+    return catalog_main(argv, __doc__, emit)
 
 
 if __name__ == "__main__":

@@ -34,7 +34,7 @@ import sys
 
 import catalog as cat_mod
 import families
-from output import write
+from output import catalog_main
 from catalog import PREFIX
 
 FORMAT = 1
@@ -232,17 +232,7 @@ def text(c):
 
 
 def main(argv):
-    if len(argv) != 2:
-        print(__doc__, file=sys.stderr)
-        return 2
-    try:
-        c = cat_mod.load(argv[0])
-    except cat_mod.CatalogError as e:
-        print("%s: %s" % (argv[0], e), file=sys.stderr)
-        return 1
-    body = text(c)
-    write(argv[1], body)
-    return 0
+    return catalog_main(argv, __doc__, text)
 
 
 if __name__ == "__main__":

@@ -14,3 +14,23 @@ def write(path, text):
         pass
     with open(path, "w") as f:
         f.write(text)
+
+
+def catalog_main(argv, doc, emit):
+    """The command line of a generator of one file from the catalog: `CATALOG OUT`. Loads the
+    catalog (a refused catalog is one line on standard error, status 1), writes emit(catalog) to
+    OUT as `write` does; wrong arguments print `doc`, status 2."""
+    import sys
+
+    import catalog as cat_mod
+
+    if len(argv) != 2:
+        print(doc, file=sys.stderr)
+        return 2
+    try:
+        c = cat_mod.load(argv[0])
+    except cat_mod.CatalogError as e:
+        print("%s: %s" % (argv[0], e), file=sys.stderr)
+        return 1
+    write(argv[1], emit(c))
+    return 0
