@@ -893,23 +893,13 @@ void Console::table_num_entries(const Args &args, std::string &out) {
 }
 
 std::vector<uint32_t> Console::entry_handles(const TableInfo &t) const {
-  std::vector<uint32_t> handles;
   p4_pd_dev_target_t tgt{options_.device, options_.pipe};
-  p4_pd_entry_hdl_t h = kNoHandle;
-  p4_pd_status_t st = p4_pd_corvin_switch_entry_hdl_first(options_.session, tgt, t.d->handle, &h);
-  if (st == kEndOfWalk || (st == 0 && h == kNoHandle)) return handles;
-  if (st) driver_error("p4_pd_corvin_switch_entry_hdl_first", st);
-  handles.push_back(h);
-  p4_pd_entry_hdl_t page[kWalkBatch];
-  while (true) {
-    st = p4_pd_corvin_switch_entry_hdl_next(options_.session, tgt, t.d->handle, handles.back(), kWalkBatch, page);
-    if (st == kEndOfWalk) break;
-    if (st) driver_error("p4_pd_corvin_switch_entry_hdl_next", st);
-    int got = 0;
-    for (int i = 0; i < kWalkBatch && page[i] != kNoHandle; ++i, ++got) handles.push_back(page[i]);
-    if (got < kWalkBatch) break;
-  }
-  return handles;
+  return walk_handles(
+      "p4_pd_corvin_switch_entry_hdl_first", "p4_pd_corvin_switch_entry_hdl_next",
+      [&](uint32_t *h) { return p4_pd_corvin_switch_entry_hdl_first(options_.session, tgt, t.d->handle, h); },
+      [&](uint32_t from, int n, uint32_t *page) {
+        return p4_pd_corvin_switch_entry_hdl_next(options_.session, tgt, t.d->handle, from, n, page);
+      });
 }
 
 // The entry of a handle through its value text: ((KEY, ACTION), (PRIORITY, True)), KEY one number per

@@ -122,75 +122,50 @@ void Console::act_prof_remove_member_from_group(const Args &args, std::string &o
 // ---- Reading back ----
 
 std::vector<uint32_t> Console::member_handles(const ProfileDesc &p) const {
-  std::vector<uint32_t> handles;
   p4_pd_dev_target_t tgt{options_.device, options_.pipe};
-  p4_pd_mbr_hdl_t h = kNoHandle;
-  p4_pd_status_t st = p4_pd_corvin_switch_member_hdl_first(options_.session, tgt, p.handle, &h);
-  if (st == kEndOfWalk || st == kObjectNotFound || (st == 0 && h == kNoHandle)) return handles;
-  if (st) driver_error("p4_pd_corvin_switch_member_hdl_first", st);
-  handles.push_back(h);
-  p4_pd_mbr_hdl_t page[kWalkBatch];
-  while (true) {
-    st = p4_pd_corvin_switch_member_hdl_next(options_.session, tgt, p.handle, handles.back(), kWalkBatch, page);
-    if (st == kEndOfWalk) break;
-    if (st) driver_error("p4_pd_corvin_switch_member_hdl_next", st);
-    int got = 0;
-    for (int i = 0; i < kWalkBatch && page[i] != kNoHandle; ++i, ++got) handles.push_back(page[i]);
-    if (got < kWalkBatch) break;
-  }
-  return handles;
-}
-
-// A walk by a first and a next thunk, whose Call members are set by `first` and `next`.
-template <class First, class Next>
-static std::vector<uint32_t> walk(const std::string &fn, Call base, Thunk first_thunk, Thunk next_thunk,
-                                  First first, Next next) {
-  std::vector<uint32_t> handles;
-  uint32_t h = kNoHandle;
-  Call c = base;
-  first(&c, &h);
-  p4_pd_status_t st = first_thunk(c);
-  if (st == kEndOfWalk || st == kObjectNotFound || (st == 0 && h == kNoHandle)) return handles;
-  if (st) throw Error(fn + "_get_first returned " + std::to_string(st) + " (" + status_name(st) + ")");
-  handles.push_back(h);
-  uint32_t page[kWalkBatch];
-  while (true) {
-    Call n = base;
-    next(&n, handles.back(), page);
-    st = next_thunk(n);
-    if (st == kEndOfWalk) break;
-    if (st) throw Error(fn + "_get_next returned " + std::to_string(st) + " (" + status_name(st) + ")");
-    int got = 0;
-    for (int i = 0; i < kWalkBatch && page[i] != kNoHandle; ++i, ++got) handles.push_back(page[i]);
-    if (got < kWalkBatch) break;
-  }
-  return handles;
+  return walk_handles(
+      "p4_pd_corvin_switch_member_hdl_first", "p4_pd_corvin_switch_member_hdl_next",
+      [&](uint32_t *h) { return p4_pd_corvin_switch_member_hdl_first(options_.session, tgt, p.handle, h); },
+      [&](uint32_t from, int n, uint32_t *page) {
+        return p4_pd_corvin_switch_member_hdl_next(options_.session, tgt, p.handle, from, n, page);
+      });
 }
 
 std::vector<uint32_t> Console::group_handles(const ProfileDesc &p) const {
-  return walk(
-      "p4_pd_corvin_switch_" + str(p.name) + " groups", base_call(), p.first_group, p.next_groups,
-      [](Call *c, uint32_t *h) { c->grp_out = h; },
-      [](Call *c, uint32_t from, uint32_t *page) {
-        c->grp = from;
-        c->n = kWalkBatch;
-        c->grp_list_out = page;
+  const std::string fn = "p4_pd_corvin_switch_" + str(p.name);
+  return walk_handles(
+      fn + "_get_first_group", fn + "_get_next_groups",
+      [&](uint32_t *h) {
+        Call c = base_call();
+        c.grp_out = h;
+        return p.first_group(c);
+      },
+      [&](uint32_t from, int n, uint32_t *page) {
+        Call c = base_call();
+        c.grp = from;
+        c.n = n;
+        c.grp_list_out = page;
+        return p.next_groups(c);
       });
 }
 
 std::vector<uint32_t> Console::group_members(const ProfileDesc &p, uint32_t group) const {
-  return walk(
-      "p4_pd_corvin_switch_" + str(p.name) + " group members", base_call(), p.first_group_member,
-      p.next_group_members,
-      [group](Call *c, uint32_t *h) {
-        c->grp = group;
-        c->mbr_out = h;
+  const std::string fn = "p4_pd_corvin_switch_" + str(p.name);
+  return walk_handles(
+      fn + "_get_first_group_member", fn + "_get_next_group_members",
+      [&](uint32_t *h) {
+        Call c = base_call();
+        c.grp = group;
+        c.mbr_out = h;
+        return p.first_group_member(c);
       },
-      [group](Call *c, uint32_t from, uint32_t *page) {
-        c->grp = group;
-        c->mbr = from;
-        c->n = kWalkBatch;
-        c->mbr_list_out = page;
+      [&](uint32_t from, int n, uint32_t *page) {
+        Call c = base_call();
+        c.grp = group;
+        c.mbr = from;
+        c.n = n;
+        c.mbr_list_out = page;
+        return p.next_group_members(c);
       });
 }
 

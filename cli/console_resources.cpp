@@ -302,35 +302,28 @@ void Console::pvs_dump(const Args &args, std::string &out) {
   for (uint32_t gress = 0; gress < 2; ++gress) {
     Call base = base_call();
     base.gress = gress;
-    std::vector<uint32_t> handles;
-    p4_pd_pvs_hdl_t h = kNoHandle;
-    Call c = base;
-    c.pvs_out = &h;
-    p4_pd_status_t st = d.first(c);
-    if (st == 0 && h != kNoHandle) {
-      handles.push_back(h);
-      p4_pd_pvs_hdl_t page[kWalkBatch];
-      while (true) {
-        Call n = base;
-        n.pvs = handles.back();
-        n.n = kWalkBatch;
-        n.pvs_list_out = page;
-        st = d.next(n);
-        if (st) break;
-        int got = 0;
-        for (int i = 0; i < kWalkBatch && page[i] != kNoHandle; ++i, ++got) handles.push_back(page[i]);
-        if (got < kWalkBatch) break;
-      }
-    } else if (st != 0 && st != kEndOfWalk && st != kObjectNotFound) {
-      driver_error("p4_pd_corvin_switch_pvs_" + str(d.name) + "_entry_get_first_entry_handle", st);
-    }
+    const std::string fn = "p4_pd_corvin_switch_pvs_" + str(d.name);
+    std::vector<uint32_t> handles = walk_handles(
+        fn + "_entry_get_first_entry_handle", fn + "_entry_get_next_entry_handles",
+        [&](uint32_t *h) {
+          Call c = base;
+          c.pvs_out = h;
+          return d.first(c);
+        },
+        [&](uint32_t from, int n, uint32_t *page) {
+          Call c = base;
+          c.pvs = from;
+          c.n = n;
+          c.pvs_list_out = page;
+          return d.next(c);
+        });
     for (uint32_t e : handles) {
       uint32_t value = 0, mask = 0;
       Call g = base_call();
       g.pvs = e;
       g.pvs_value_out = &value;
       g.pvs_mask_out = &mask;
-      st = d.get(g);
+      p4_pd_status_t st = d.get(g);
       if (st) driver_error("p4_pd_corvin_switch_pvs_" + str(d.name) + "_entry_get", st);
       text += "  " + hex(e) + ": " + hex(value) + "&&&" + hex(mask) + (gress ? " (egress)" : " (ingress)") + "\n";
     }

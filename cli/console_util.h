@@ -129,6 +129,34 @@ inline std::vector<std::string_view> after_arrow(const std::vector<std::string_v
   return std::vector<std::string_view>(args.begin() + long(std::min(from, args.size())), args.end());
 }
 
+// The handles of a walk by a first and a next question: first(&h) and next(from, n, page), each a
+// driver status. The end of the walk, or nothing to walk, is no handle more; another status is a
+// refusal naming `first_name` or `next_name` with it.
+std::string status_name(uint32_t status);
+template <class First, class Next>
+std::vector<uint32_t> walk_handles(const std::string &first_name, const std::string &next_name, First first,
+                                   Next next) {
+  std::vector<uint32_t> handles;
+  auto refuse = [](const std::string &fn, p4_pd_status_t st) {
+    return Error(fn + " returned " + std::to_string(st) + " (" + status_name(st) + ")");
+  };
+  uint32_t h = kNoHandle;
+  p4_pd_status_t st = first(&h);
+  if (st == kEndOfWalk || st == kObjectNotFound || (st == 0 && h == kNoHandle)) return handles;
+  if (st) throw refuse(first_name, st);
+  handles.push_back(h);
+  uint32_t page[kWalkBatch];
+  while (true) {
+    st = next(handles.back(), kWalkBatch, page);
+    if (st == kEndOfWalk) break;
+    if (st) throw refuse(next_name, st);
+    int got = 0;
+    for (int i = 0; i < kWalkBatch && page[i] != kNoHandle; ++i, ++got) handles.push_back(page[i]);
+    if (got < kWalkBatch) break;
+  }
+  return handles;
+}
+
 // Loads a record member stored as `store` stores it.
 inline U128 load(const uint8_t *record, uint16_t offset, uint16_t size) {
   const uint8_t *p = record + offset;
